@@ -1,0 +1,74 @@
+#include "app/startup.h"
+
+#include <ostream>
+
+#include "engine/catalog/library_location.h"
+#include "engine/catalog/photo_library.h"
+
+namespace lumivale::app {
+
+std::optional<StartupOptions> parseStartup(const std::vector<std::string>& args, std::ostream& err) {
+  StartupOptions options;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    const std::string& a = args[i];
+    if (a == "--selftest") {
+      options.mode = StartupOptions::Mode::selftest;
+    } else if (a == "--benchmark") {
+      options.mode = StartupOptions::Mode::benchmark;
+    } else if (a == "--snapshots") {
+      if (i + 1 >= args.size()) {
+        err << "lumivale: --snapshots needs a folder to write into\n";
+        return std::nullopt;
+      }
+      options.mode = StartupOptions::Mode::snapshots;
+      options.snapshotsPath = args[++i];
+    } else if (a == "--library") {
+      if (i + 1 >= args.size()) {
+        err << "lumivale: --library needs a folder\n";
+        return std::nullopt;
+      }
+      options.library = args[++i];
+    } else if (a.rfind("--library=", 0) == 0) {
+      options.library = a.substr(10);
+    } else if (a == "--help" || a == "-h") {
+      options.mode = StartupOptions::Mode::help;
+    }
+  }
+  return options;
+}
+
+std::optional<int> startUp(const StartupOptions& options, std::ostream& out, std::ostream& err) {
+  switch (options.mode) {
+    case StartupOptions::Mode::help:
+      out << "usage: lumivale [--library DIR] [--selftest | --benchmark | --snapshots PATH]\n"
+             "  --library DIR     use the library in DIR (also LUMIVALE_LIBRARY)\n"
+             "  --selftest        run the built-in self-test and exit\n"
+             "  --benchmark       run the built-in benchmark and exit\n"
+             "  --snapshots PATH  render the snapshot images into PATH and exit\n";
+      return 0;
+    case StartupOptions::Mode::selftest:
+      err << "lumivale: the self-test is not available in this build\n";
+      return 2;
+    case StartupOptions::Mode::benchmark:
+      err << "lumivale: the benchmark is not available in this build\n";
+      return 2;
+    case StartupOptions::Mode::snapshots:
+      err << "lumivale: snapshot rendering is not available in this build\n";
+      return 2;
+    case StartupOptions::Mode::normal:
+      break;
+  }
+  const auto folder = resolveLibraryFolder(options.library);
+  try {
+    PhotoLibrary library(folder);
+    out << "Library: " << library.folder().string() << "\n"
+        << "Photos:  " << library.count() << "\n";
+    // The window takes over from here once the interface exists.
+    return 0;
+  } catch (const std::exception& e) {
+    err << "KUVO Lumivale could not open its library\n" << folder.string() << "\n" << e.what() << "\n";
+    return 1;
+  }
+}
+
+}  // namespace lumivale::app

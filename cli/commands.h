@@ -1,0 +1,12 @@
+#pragma once
+// Each area of the CLI adds its commands to the table here.
+
+#include <vector>
+
+#include "cli/cli.h"
+
+namespace lumivale::cli {
+
+void addLibraryCommands(std::vector<Command>& table);
+
+}  // namespace lumivale::cli

@@ -1,0 +1,58 @@
+#include "engine/catalog/library_location.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace lumivale {
+namespace {
+
+std::filesystem::path homeFolder() {
+  const char* home = std::getenv("HOME");
+  return home && *home ? std::filesystem::path(home) : std::filesystem::path("/");
+}
+
+std::string trimmed(std::string text) {
+  while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == ' ')) {
+    text.pop_back();
+  }
+  return text;
+}
+
+// An absolute, normalised folder path without a trailing separator.
+std::filesystem::path cleanFolder(const std::string& text) {
+  std::filesystem::path p = std::filesystem::absolute(text).lexically_normal();
+  if (!p.has_filename() && p.has_relative_path()) p = p.parent_path();
+  return p;
+}
+
+}  // namespace
+
+std::filesystem::path picturesFolder() {
+  std::string answer;
+  if (FILE* pipe = popen("xdg-user-dir PICTURES 2>/dev/null", "r")) {
+    char buffer[4096];
+    while (std::fgets(buffer, sizeof buffer, pipe)) answer += buffer;
+    pclose(pipe);
+  }
+  answer = trimmed(answer);
+  const std::filesystem::path home = homeFolder();
+  // xdg-user-dir answers with the home folder itself when no Pictures folder
+  // is configured; that is not a Pictures folder.
+  if (!answer.empty() && answer.front() == '/' &&
+      std::filesystem::path(answer).lexically_normal() != home.lexically_normal()) {
+    return answer;
+  }
+  return home / "Pictures";
+}
+
+std::filesystem::path resolveLibraryFolder(const std::optional<std::string>& fromCommandLine) {
+  if (fromCommandLine && !fromCommandLine->empty()) {
+    return cleanFolder(*fromCommandLine);
+  }
+  if (const char* env = std::getenv("LUMIVALE_LIBRARY"); env && *env) {
+    return cleanFolder(env);
+  }
+  return picturesFolder() / libraryFolderName;
+}
+
+}  // namespace lumivale

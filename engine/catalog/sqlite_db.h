@@ -1,0 +1,122 @@
+#pragma once
+// Thin, thread-safe wrapper over the one SQLite connection of a library.
+//
+// Every operation takes the object's recursive lock for its whole run, so
+// statements from several threads are serialised per database, and the body
+// of `transaction` may call `exec`, `run` and `query` freely on its thread.
+// No statement is cached: each call prepares, uses and finalises its own.
+// Reads (`query`) never throw; writes throw `SQLError`.
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <variant>
+#include <vector>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace lumivale {
+
+using Blob = std::vector<std::uint8_t>;
+
+/// The one error type of the SQLite store; `what()` is its description.
+class SQLError : public std::runtime_error {
+ public:
+  explicit SQLError(const std::string& description) : std::runtime_error(description) {}
+  std::string description() const { return what(); }
+};
+
+/// One bound parameter or read column. Cases in tag order: int, real, text,
+/// blob, null. Equal when the case and the payload are equal.
+class SQLValue {
+ public:
+  struct Null {
+    bool operator==(const Null&) const = default;
+  };
+  enum class Kind { integer, real, text, blob, null };
+
+  SQLValue() : value(Null{}) {}
+  SQLValue(std::int64_t v) : value(v) {}
+  SQLValue(int v) : value(static_cast<std::int64_t>(v)) {}
+  SQLValue(double v) : value(v) {}
+  SQLValue(std::string v) : value(std::move(v)) {}
+  SQLValue(const char* v) : value(std::string(v)) {}
+  SQLValue(Blob v) : value(std::move(v)) {}
+  SQLValue(std::nullptr_t) : value(Null{}) {}
+
+  /// Absent optionals bind as NULL.
+  template <class T>
+  static SQLValue optional(const std::optional<T>& v) {
+    return v ? SQLValue(*v) : SQLValue();
+  }
+
+  Kind kind() const { return static_cast<Kind>(value.index()); }
+  bool isNull() const { return kind() == Kind::null; }
+
+  /// Integer; a real is truncated toward zero (NaN or out of range: absent).
+  std::optional<std::int64_t> intValue() const;
+  /// Floating point; an integer is converted.
+  std::optional<double> doubleValue() const;
+  /// Text only.
+  std::optional<std::string> stringValue() const;
+  /// Blob bytes, or the UTF-8 bytes of a text.
+  std::optional<Blob> dataValue() const;
+
+  bool operator==(const SQLValue&) const = default;
+
+ private:
+  friend class SQLiteDB;
+  std::variant<std::int64_t, double, std::string, Blob, Null> value;
+};
+
+using SQLRow = std::vector<SQLValue>;
+
+/// One connection to a catalog database file. Move-free and copy-free: it is
+/// owned by the library that opened it and shared by reference.
+class SQLiteDB {
+ public:
+  /// Opens (creating if missing) the database at `path` in serialised mode
+  /// with a 4000 ms busy timeout. Throws SQLError
+  /// "Cannot open the library database at <path>".
+  explicit SQLiteDB(const std::string& path);
+  ~SQLiteDB();
+  SQLiteDB(const SQLiteDB&) = delete;
+  SQLiteDB& operator=(const SQLiteDB&) = delete;
+
+  const std::string& path() const { return path_; }
+
+  /// Runs a script of statements without parameters. Throws SQLite's message.
+  void exec(const std::string& sql);
+
+  /// Runs one statement with `args` bound to ?1, ?2 ... and steps it once.
+  /// Returns the connection's last insert rowid (meaningful after an INSERT).
+  /// Throws "<sqlite message> — <sql>".
+  std::int64_t run(const std::string& sql, const std::vector<SQLValue>& args = {});
+
+  /// Runs one reading statement and returns every row. Never throws: a
+  /// statement that does not prepare gives no rows, and a step error ends the
+  /// list early with the rows read so far.
+  std::vector<SQLRow> query(const std::string& sql, const std::vector<SQLValue>& args = {});
+
+  /// Runs `body` between BEGIN IMMEDIATE and COMMIT, holding the lock
+  /// throughout. On any failure rolls back and rethrows the first failure
+  /// (never the rollback's own error).
+  void transaction(const std::function<void()>& body);
+
+  /// The lock that serialises the connection; hold it to keep several calls
+  /// together without a transaction.
+  std::recursive_mutex& lock() { return mutex; }
+
+ private:
+  static void bindArguments(sqlite3_stmt* stmt, const std::vector<SQLValue>& args);
+
+  sqlite3* db = nullptr;
+  std::recursive_mutex mutex;
+  std::string path_;
+};
+
+}  // namespace lumivale

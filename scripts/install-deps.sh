@@ -1,0 +1,55 @@
+#!/usr/bin/env bash
+# Installs everything KUVO Lumivale needs to build, test and run on Debian 12.
+# Safe to run again: apt-get skips what is present, the model step skips a
+# model that is already in its cache.
+set -euo pipefail
+
+SUDO=""
+if [ "$(id -u)" -ne 0 ]; then
+  SUDO="sudo"
+fi
+
+PACKAGES=(
+  pkg-config cmake ninja-build g++
+  libvips-dev libvips-tools
+  libraw-dev liblensfun-dev liblensfun-data-v1
+  libexiv2-dev exiv2
+  libheif-dev libheif-examples
+  libturbojpeg0-dev libpng-dev libtiff-dev
+  liblcms2-dev liblcms2-utils
+  libsqlite3-dev
+  qt6-base-dev qt6-svg-dev qt6-image-formats-plugins
+  libtbb-dev nlohmann-json3-dev libfmt-dev
+  icc-profiles-free fonts-urw-base35 fonts-texgyre
+  libopencv-core-dev libopencv-imgproc-dev libopencv-dnn-dev
+  python3-onnx ccache xvfb xauth
+  libgtest-dev libgmock-dev libbenchmark-dev
+  libimage-exiftool-perl
+  xdg-user-dirs
+)
+
+# Only touch apt when something is missing, so incremental `make` runs stay fast.
+missing=()
+for p in "${PACKAGES[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed"; then
+    missing+=("$p")
+  fi
+done
+
+if [ "${#missing[@]}" -gt 0 ] || [ "${LUMIVALE_FORCE_APT:-0}" = "1" ]; then
+  export DEBIAN_FRONTEND=noninteractive
+  $SUDO apt-get update
+  $SUDO apt-get install -y --no-install-recommends "${PACKAGES[@]}"
+fi
+
+if ! command -v npm >/dev/null 2>&1; then
+  export DEBIAN_FRONTEND=noninteractive
+  $SUDO apt-get install -y --no-install-recommends nodejs npm
+fi
+
+# --- Segmentation model -------------------------------------------------------
+# The smart-mask work fetches and converts the salient-object model here, into
+# a cache folder outside the repository. Nothing to do yet.
+# -------------------------------------------------------------------------------
+
+echo "install-deps: all packages present"

@@ -1,0 +1,122 @@
+#include "cli/cli.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "tests/support/temp_dir.h"
+
+using namespace lumivale;
+using lumivale::cli::UsageError;
+
+namespace {
+
+struct Result {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+Result runCli(std::vector<std::string> args) {
+  std::ostringstream out, err;
+  int status = cli::run(args, out, err);
+  return {status, out.str(), err.str()};
+}
+
+TEST(CliIdsTest, AcceptsSinglesListsAndRanges) {
+  EXPECT_EQ(cli::parseIds("7"), (std::vector<std::int64_t>{7}));
+  EXPECT_EQ(cli::parseIds("3,7,9"), (std::vector<std::int64_t>{3, 7, 9}));
+  EXPECT_EQ(cli::parseIds("3-6"), (std::vector<std::int64_t>{3, 4, 5, 6}));
+  EXPECT_EQ(cli::parseIds("9,1-3,2"), (std::vector<std::int64_t>{9, 1, 2, 3}));
+  EXPECT_EQ(cli::parseIds("5-5"), (std::vector<std::int64_t>{5}));
+}
+
+TEST(CliIdsTest, RejectsEverythingElse) {
+  for (const char* bad : {"", ",", "a", "0", "-3", "3-", "6-3", "1.5", "1-2-3", "7x", "1 2",
+                          "99999999999999999999", "1-99999999999"}) {
+    EXPECT_THROW(cli::parseIds(bad), UsageError) << bad;
+  }
+}
+
+TEST(CliArgumentsTest, SplitsOptionsFlagsAndPositionals) {
+  cli::OptionSpec spec{{"--edited"}, {"--sort", "--label", "-o"}};
+  auto a = cli::parseArguments({"sky", "--label", "red", "--sort=name", "--edited", "--label=blue", "-3",
+                                "-o", "out.cube", "--", "--literal"},
+                               spec);
+  EXPECT_EQ(a.positional, (std::vector<std::string>{"sky", "-3", "--literal"}));
+  EXPECT_EQ(a.all("--label"), (std::vector<std::string>{"red", "blue"}));
+  EXPECT_EQ(a.value("--sort"), "name");
+  EXPECT_EQ(a.value("-o"), "out.cube");
+  EXPECT_TRUE(a.has("--edited"));
+  EXPECT_FALSE(a.value("--missing"));
+  EXPECT_THROW(cli::parseArguments({"--bogus"}, spec), UsageError);
+  EXPECT_THROW(cli::parseArguments({"--sort"}, spec), UsageError);
+  EXPECT_THROW(cli::parseArguments({"--edited=1"}, spec), UsageError);
+}
+
+TEST(CliTest, InfoReportsAFreshLibrary) {
+  test::TempDir dir;
+  auto folder = (dir / "lib").string();
+  auto r = runCli({"--library", folder, "--json", "info"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  auto doc = nlohmann::json::parse(r.out);
+  EXPECT_EQ(doc["format"], "KUVO Lumivale library 1");
+  EXPECT_EQ(doc["photos"], 0);
+  EXPECT_EQ(doc["library"], folder);
+  EXPECT_EQ(doc["database"], folder + "/Lumivale Library.sqlite");
+  EXPECT_GT(doc["databaseSize"].get<std::int64_t>(), 0);
+
+  // Global options may also follow the command; the text form names each fact.
+  r = runCli({"info", "--library=" + folder});
+  ASSERT_EQ(r.status, 0);
+  EXPECT_NE(r.out.find("KUVO Lumivale library 1"), std::string::npos);
+  EXPECT_NE(r.out.find("Photos:     0"), std::string::npos);
+}
+
+TEST(CliTest, EnvironmentChoosesTheLibrary) {
+  test::TempDir dir;
+  setenv("LUMIVALE_LIBRARY", (dir / "env-lib").c_str(), 1);
+  auto r = runCli({"--json", "info"});
+  unsetenv("LUMIVALE_LIBRARY");
+  ASSERT_EQ(r.status, 0);
+  EXPECT_EQ(nlohmann::json::parse(r.out)["library"], (dir / "env-lib").string());
+}
+
+TEST(CliTest, UsageErrorsExitTwoWithOneLine) {
+  for (auto args : std::vector<std::vector<std::string>>{
+           {}, {"frobnicate"}, {"--library"}, {"--wat", "info"}, {"info", "extra"}, {"info", "--bogus"}}) {
+    auto r = runCli(args);
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.err.rfind("error: ", 0), 0u) << r.err;
+    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+    EXPECT_TRUE(r.out.empty());
+  }
+}
+
+TEST(CliTest, HelpAtEveryLevel) {
+  auto top = runCli({"--help"});
+  EXPECT_EQ(top.status, 0);
+  EXPECT_NE(top.out.find("info"), std::string::npos);
+  EXPECT_EQ(runCli({"help"}).out, top.out);
+  auto info = runCli({"info", "--help"});
+  EXPECT_EQ(info.status, 0);
+  EXPECT_NE(info.out.find("usage: lumivale-cli"), std::string::npos);
+  EXPECT_EQ(runCli({"help", "info"}).out, info.out);
+}
+
+TEST(CliTest, LibraryThatCannotOpenIsAnErrorAndFilesStay) {
+  test::TempDir dir;
+  test::writeFile(dir / "plain", "keep me");
+  auto r = runCli({"--library", (dir / "plain" / "lib").string(), "info"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err.rfind("error: ", 0), 0u);
+  EXPECT_EQ(test::readFile(dir / "plain"), "keep me");
+
+  test::writeFile(dir / "bad" / "Lumivale Library.sqlite", "not a database at all");
+  r = runCli({"--library", (dir / "bad").string(), "info"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "error: file is not a database\n");
+  EXPECT_EQ(test::readFile(dir / "bad" / "Lumivale Library.sqlite"), "not a database at all");
+}
+
+}  // namespace

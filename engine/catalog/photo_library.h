@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/catalog/photo_meta.h"
 #include "engine/catalog/photo_record.h"
 #include "engine/catalog/sqlite_db.h"
 
@@ -92,6 +93,14 @@ class PhotoLibrary {
   /// Throws SQLError, rolling back every insert of the call.
   ImportResult importFiles(const std::vector<std::filesystem::path>& files,
                            const ImportProgress& progress = {});
+
+  /// The insert step of `importFiles`: in one transaction, a row (and its
+  /// keyword rows) for each file whose meta is present, a `failed` count for
+  /// each absent one; `files` and `metas` pair up by index and `files` are
+  /// standardized paths. Throws SQLError, rolling everything back.
+  ImportResult insertPhotos(const std::vector<std::filesystem::path>& files,
+                            const std::vector<std::optional<PhotoMeta>>& metas,
+                            const ImportProgress& progress = {});
 
  private:
   std::filesystem::path folder_;

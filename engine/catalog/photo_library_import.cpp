@@ -6,6 +6,7 @@
 // on this thread inside one transaction: an import either lands whole or,
 // on an SQL error, not at all.
 
+#include <algorithm>
 #include <chrono>
 #include <mutex>
 #include <unordered_set>
@@ -60,12 +61,22 @@ ImportResult PhotoLibrary::importFiles(const std::vector<std::filesystem::path>&
     metas[i] = std::move(meta);
   });
 
+  ImportResult inserted = insertPhotos(work, metas, progress);
+  result.added = inserted.added;
+  result.failed = inserted.failed;
+  result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  return result;
+}
+
+ImportResult PhotoLibrary::insertPhotos(const std::vector<std::filesystem::path>& files,
+                                       const std::vector<std::optional<PhotoMeta>>& metas,
+                                       const ImportProgress& progress) {
+  ImportResult result;
   const double importTime = nowSeconds();
-  const int total = static_cast<int>(work.size());
-  int added = 0, failed = 0;
+  const int total = static_cast<int>(std::min(files.size(), metas.size()));
   db_->transaction([&] {
     for (int i = 0; i < total; ++i) {
-      const std::filesystem::path& path = work[i];
+      const std::filesystem::path& path = files[i];
       if (const auto& meta = metas[i]) {
         db_->run(insertPhoto, {path.string(), path.parent_path().string(), path.filename().string(),
                                PhotoFormats::extension(path), meta->fileSize, meta->width, meta->height,
@@ -73,17 +84,14 @@ ImportResult PhotoLibrary::importFiles(const std::vector<std::filesystem::path>&
                                meta->iso, meta->shutter, meta->aperture, meta->focal,
                                PhotoFormats::isRaw(path) ? 1 : 0});
         for (const std::string& word : meta->keywords) db_->run(insertKeyword, {path.string(), word});
-        ++added;
+        ++result.added;
       } else {
-        ++failed;
+        ++result.failed;
       }
       int handled = i + 1;
       if (progress && handled % progressStep == 0) progress(handled, total);
     }
   });
-  result.added = added;
-  result.failed = failed;
-  result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   return result;
 }
 

@@ -20,6 +20,11 @@ void lockXmp(void*, bool lock) {
   }
 }
 
+// vips reports every oddity of a damaged or unusual file as a warning on
+// stderr (libjpeg, libpng and libtiff complaints included). A header that
+// cannot be read is an error we report ourselves; the rest is noise.
+void ignoreWarning(const gchar*, GLogLevelFlags, const gchar*, gpointer) {}
+
 }  // namespace
 
 void initMetadataLibraries() {
@@ -31,6 +36,7 @@ void initMetadataLibraries() {
     // vips_init is idempotent; calling it here keeps header reading usable
     // from programs that never touched vips before.
     vips_init("lumivale");
+    g_log_set_handler("VIPS", G_LOG_LEVEL_WARNING, ignoreWarning, nullptr);
   });
 }
 

@@ -87,6 +87,32 @@ TEST(RawPreviewTest, TurnsTheSizeAndListsTheEmbeddedPreview) {
   EXPECT_EQ(bytes.substr(preview->offset + preview->length - 2, 2), "\xff\xd9");
 }
 
+TEST(RawPreviewTest, ReadsATiffBasedRawWithoutDngTags) {
+  // exiftool reports this file as PENTAX / PENTAX K-1, 96x64, Rotate 90 CW.
+  test::TempDir dir;
+  test::SampleDng pef;
+  pef.dngTags = false;
+  pef.make = "PENTAX";
+  pef.model = "PENTAX K-1";
+  pef.width = 96;
+  pef.height = 64;
+  pef.orientation = 6;
+  pef.exposure = {1, 320};
+  pef.fNumber = {71, 10};
+  test::writeDng(dir / "IMGP0001.PEF", pef);
+  auto info = RawPreview::info(dir / "IMGP0001.PEF");
+  ASSERT_TRUE(info);
+  EXPECT_EQ(info->make, "PENTAX");
+  EXPECT_EQ(info->model, "PENTAX K-1");
+  EXPECT_EQ(info->width, 64);
+  EXPECT_EQ(info->height, 96);
+  EXPECT_DOUBLE_EQ(info->exposure, 1.0 / 320);
+  EXPECT_DOUBLE_EQ(info->fNumber, 7.1);
+  auto meta = PhotoMeta::read(dir / "IMGP0001.PEF");
+  ASSERT_TRUE(meta);
+  EXPECT_EQ(meta->camera, "PENTAX K-1");
+}
+
 TEST(RawPreviewTest, GivesNothingForFilesThatAreNoRawContainers) {
   test::TempDir dir;
   test::writeFile(dir / "empty.nef", "");

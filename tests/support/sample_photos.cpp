@@ -145,18 +145,19 @@ void writeDng(const std::filesystem::path& file, const SampleDng& dng) {
 
   const bool withPreview = dng.previewWidth > 0 && dng.previewHeight > 0;
   auto writeCameraTags = [&] {
-    static const uint8_t version[4] = {1, 4, 0, 0};
-    TIFFSetField(tif, TIFFTAG_DNGVERSION, version);
     TIFFSetField(tif, TIFFTAG_MAKE, dng.make.c_str());
     TIFFSetField(tif, TIFFTAG_MODEL, dng.model.c_str());
-    TIFFSetField(tif, TIFFTAG_UNIQUECAMERAMODEL, (dng.make + " " + dng.model).c_str());
     TIFFSetField(tif, TIFFTAG_ORIENTATION, static_cast<uint16_t>(dng.orientation));
+    TIFFSetField(tif, TIFFTAG_EXIFIFD, exifOffset);
+    if (!dng.dngTags) return;
+    static const uint8_t version[4] = {1, 4, 0, 0};
+    TIFFSetField(tif, TIFFTAG_DNGVERSION, version);
+    TIFFSetField(tif, TIFFTAG_UNIQUECAMERAMODEL, (dng.make + " " + dng.model).c_str());
     static const float matrix[9] = {0.9f, -0.3f, -0.1f, -0.4f, 1.2f, 0.2f, -0.1f, 0.2f, 0.6f};
     TIFFSetField(tif, TIFFTAG_COLORMATRIX1, 9, matrix);
     TIFFSetField(tif, TIFFTAG_CALIBRATIONILLUMINANT1, static_cast<uint16_t>(21));
     static const float neutral[3] = {0.5f, 1.0f, 0.7f};
     TIFFSetField(tif, TIFFTAG_ASSHOTNEUTRAL, 3, neutral);
-    TIFFSetField(tif, TIFFTAG_EXIFIFD, exifOffset);
   };
   auto writeRaw = [&] {
     TIFFSetField(tif, TIFFTAG_SUBFILETYPE, 0);
@@ -173,8 +174,8 @@ void writeDng(const std::filesystem::path& file, const SampleDng& dng) {
     TIFFSetField(tif, TIFFTAG_CFAREPEATPATTERNDIM, repeat);
     TIFFSetField(tif, TIFFTAG_CFAPATTERN, 4, pattern);
     uint32_t white = 4095;
-    TIFFSetField(tif, TIFFTAG_WHITELEVEL, 1, &white);
-    if (dng.cropWidth > 0 && dng.cropHeight > 0) {
+    if (dng.dngTags) TIFFSetField(tif, TIFFTAG_WHITELEVEL, 1, &white);
+    if (dng.dngTags && dng.cropWidth > 0 && dng.cropHeight > 0) {
       float origin[2] = {float(dng.cropLeft), float(dng.cropTop)};
       float size[2] = {float(dng.cropWidth), float(dng.cropHeight)};
       TIFFSetField(tif, TIFFTAG_DEFAULTCROPORIGIN, origin);

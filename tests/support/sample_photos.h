@@ -53,6 +53,9 @@ struct SampleDng {
   int previewHeight = 0;
   /// DefaultCropOrigin / DefaultCropSize; not written when the size is 0.
   int cropLeft = 0, cropTop = 0, cropWidth = 0, cropHeight = 0;
+  /// False leaves out DNGVersion and the DNG colour tags: a plain TIFF-based
+  /// raw file as some makers write it.
+  bool dngTags = true;
 };
 
 /// Writes a DNG with a 16-bit RGGB CFA raw image.

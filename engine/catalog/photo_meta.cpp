@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <ctime>
 
 #include "engine/catalog/image_properties.h"
@@ -54,10 +53,15 @@ int daysInMonth(int year, int month) {
   return month == 2 && isLeapYear(year) ? 29 : days[month - 1];
 }
 
-std::string formatted(const char* format, double value) {
-  char text[64];
-  std::snprintf(text, sizeof text, format, value);
-  return text;
+// A number with `decimals` digits after the point, always with a point
+// whatever the process locale (a GUI toolkit may have set one with commas).
+std::string fixed(double value, int decimals, bool withSign = false) {
+  char text[400];
+  auto [end, error] = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, decimals);
+  if (error != std::errc()) return {};
+  std::string out(text, end);
+  if (withSign && out[0] != '-') out.insert(0, "+");
+  return out;
 }
 
 std::string nearestMillimetres(double focal) {
@@ -182,7 +186,7 @@ std::vector<DetailRow> detailRowsFrom(const RawInfo& info, const std::string& ex
   rows.add("Lens", info.lens);
   rows.add("Taken", info.dateOriginal);
   if (info.exposure > 0) rows.add("Shutter speed", formatShutter(info.exposure));
-  if (info.fNumber > 0) rows.add("Aperture", formatted("f/%.1f", info.fNumber));
+  if (info.fNumber > 0) rows.add("Aperture", "f/" + fixed(info.fNumber, 1));
   if (info.iso >= 1) rows.add("ISO", std::to_string(info.iso));
   if (info.focal > 0) rows.add("Focal length", nearestMillimetres(info.focal));
   rows.add("Sensor size", pixelSize(info.width, info.height));
@@ -197,11 +201,11 @@ std::vector<DetailRow> detailRowsFrom(const ImageProperties& p) {
   rows.add("Lens", p.lensModel);
   rows.add("Taken", p.dateTimeOriginal);
   if (p.exposureTime && *p.exposureTime > 0) rows.add("Shutter speed", formatShutter(*p.exposureTime));
-  if (p.fNumber) rows.add("Aperture", formatted("f/%.1f", *p.fNumber));
+  if (p.fNumber) rows.add("Aperture", "f/" + fixed(*p.fNumber, 1));
   rows.addNumber("ISO", p.iso);
   if (p.focalLength) rows.add("Focal length", nearestMillimetres(*p.focalLength));
   if (p.focalLength35) rows.add("35 mm equivalent", plainNumber(*p.focalLength35) + " mm");
-  if (p.exposureBias) rows.add("Exposure compensation", formatted("%+.1f EV", *p.exposureBias));
+  if (p.exposureBias) rows.add("Exposure compensation", fixed(*p.exposureBias, 1, true) + " EV");
   if (p.flash) rows.add("Flash", std::string((*p.flash & 1) ? "Fired" : "Did not fire"));
   if (p.whiteBalance) rows.add("White balance", std::string(*p.whiteBalance == 0 ? "Auto" : "Manual"));
   rows.addNumber("Metering", p.meteringMode);
@@ -214,10 +218,7 @@ std::vector<DetailRow> detailRowsFrom(const ImageProperties& p) {
   if (p.latitude && p.longitude) {
     std::string latRef = p.latitudeRef && !p.latitudeRef->empty() ? *p.latitudeRef : "N";
     std::string lonRef = p.longitudeRef && !p.longitudeRef->empty() ? *p.longitudeRef : "E";
-    char text[160];
-    std::snprintf(text, sizeof text, "%.5f\u00b0 %s, %.5f\u00b0 %s", *p.latitude, latRef.c_str(), *p.longitude,
-                  lonRef.c_str());
-    rows.add("GPS", std::string(text));
+    rows.add("GPS", fixed(*p.latitude, 5) + "\u00b0 " + latRef + ", " + fixed(*p.longitude, 5) + "\u00b0 " + lonRef);
   }
   return std::move(rows.rows);
 }

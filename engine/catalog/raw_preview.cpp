@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdlib>
 #include <ctime>
 #include <memory>
 #include <tuple>
@@ -54,9 +53,9 @@ double cleanDouble(float value) {
   if (!(value > 0)) return 0;
   char text[64];
   auto [end, error] = std::to_chars(text, text + sizeof text, value);
-  if (error != std::errc()) return value;
-  *end = '\0';
-  return std::strtod(text, nullptr);
+  double result = value;
+  if (error == std::errc()) std::from_chars(text, end, result);  // never the locale's decimal mark
+  return result;
 }
 
 std::string localExifDate(std::time_t stamp) {

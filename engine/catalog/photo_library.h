@@ -10,12 +10,14 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "engine/catalog/photo_meta.h"
 #include "engine/catalog/photo_record.h"
 #include "engine/catalog/sqlite_db.h"
 
@@ -26,6 +28,19 @@ class FileError : public std::runtime_error {
  public:
   explicit FileError(const std::string& description) : std::runtime_error(description) {}
 };
+
+/// What one import did.
+struct ImportResult {
+  int added = 0;  ///< photos inserted
+  int skipped = 0;  ///< files whose path was already catalogued
+  int failed = 0;  ///< files whose header could not be read
+  double seconds = 0;  ///< wall time of the whole import
+
+  bool operator==(const ImportResult&) const = default;
+};
+
+/// Told (files handled so far, files to handle) while an import inserts.
+using ImportProgress = std::function<void(int handled, int total)>;
 
 class PhotoLibrary {
  public:
@@ -60,6 +75,32 @@ class PhotoLibrary {
 
   /// The value of a `meta` row, or nothing.
   std::optional<std::string> meta(const std::string& key);
+
+  // Import
+
+  /// Imports the supported photo files of `folder` (and of its subfolders
+  /// when `recursive`; hidden files, packages and our library folder are left
+  /// out) in the file browser's order, then records the folder in `folders`.
+  /// Throws FileError when the folder cannot be listed, SQLError (with
+  /// nothing inserted) when the catalog cannot be written.
+  ImportResult importFolder(const std::filesystem::path& folder, bool recursive,
+                            const ImportProgress& progress = {});
+
+  /// Catalogues `files`, skipping paths already in the catalog (or earlier
+  /// in the list): headers are read in parallel on every core, then all new
+  /// photos and their keywords are inserted in one transaction. `progress`
+  /// is called after every 50 files inserted or failed. Files are only read.
+  /// Throws SQLError, rolling back every insert of the call.
+  ImportResult importFiles(const std::vector<std::filesystem::path>& files,
+                           const ImportProgress& progress = {});
+
+  /// The insert step of `importFiles`: in one transaction, a row (and its
+  /// keyword rows) for each file whose meta is present, a `failed` count for
+  /// each absent one; `files` and `metas` pair up by index and `files` are
+  /// standardized paths. Throws SQLError, rolling everything back.
+  ImportResult insertPhotos(const std::vector<std::filesystem::path>& files,
+                            const std::vector<std::optional<PhotoMeta>>& metas,
+                            const ImportProgress& progress = {});
 
  private:
   std::filesystem::path folder_;

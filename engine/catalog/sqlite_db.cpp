@@ -6,12 +6,22 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 namespace lumivale {
 namespace {
 
 // SQLite copies bound bytes before the bind call returns.
 const sqlite3_destructor_type transientBytes = SQLITE_TRANSIENT;
+
+// SQLite counts every allocation under one global mutex unless told not to;
+// with a statement prepared per call that is a quarter of a bulk insert's
+// time, and nothing reads the counts. Only possible before SQLite starts, so
+// it is done once, before the first connection opens.
+void configureSqliteOnce() {
+  static std::once_flag once;
+  std::call_once(once, [] { sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0); });
+}
 
 }  // namespace
 
@@ -46,6 +56,7 @@ std::optional<Blob> SQLValue::dataValue() const {
 }
 
 SQLiteDB::SQLiteDB(const std::string& path) : path_(path) {
+  configureSqliteOnce();
   int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX;
   sqlite3* handle = nullptr;
   int rc = sqlite3_open_v2(path.c_str(), &handle, flags, nullptr);

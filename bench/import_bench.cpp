@@ -1,0 +1,155 @@
+// Import speed from a warm file cache: whole imports of generated JPEG and
+// DNG folders (files per second, headers read on every core), and the insert
+// step alone for 100,000 photos.
+
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "engine/catalog/folder_listing.h"
+#include "engine/catalog/photo_library.h"
+#include "tests/support/sample_photos.h"
+#include "tests/support/temp_dir.h"
+
+using namespace lumivale;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int jpegCount = 2000;
+constexpr int dngCount = 200;
+constexpr int insertRows = 100000;
+
+// The photo folders, written once per run and left in the page cache.
+class Folders {
+ public:
+  Folders() {
+    // A 6-megapixel camera-like JPEG: EXIF with every field import reads,
+    // IPTC keywords, a real compressed body. Copies differ in their capture
+    // time, as a camera's files do.
+    test::SampleTags tags;
+    tags.make = "Canon";
+    tags.model = "Canon EOS R5";
+    tags.lens = "RF24-70mm F2.8 L IS USM";
+    tags.dateTimeOriginal = "2023:06:01 12:00:00";
+    tags.exposure = test::Rational{1, 250};
+    tags.fNumber = test::Rational{28, 10};
+    tags.focal = test::Rational{50, 1};
+    tags.iso = 400;
+    tags.orientation = 1;
+    tags.keywords = {"harbour", "boats"};
+    fs::path base = dir / "base.jpg";
+    test::writePhoto(base, 3000, 2000, tags);
+    std::string bytes = test::readFile(base);
+    std::size_t date = bytes.find("2023:06:01 12:00:00");
+    for (int i = 0; i < jpegCount; ++i) {
+      char stamp[32];
+      std::snprintf(stamp, sizeof stamp, "2023:06:01 %02d:%02d:%02d", (i / 3600) % 24, (i / 60) % 60, i % 60);
+      if (date != std::string::npos) bytes.replace(date, 19, stamp);
+      test::writeFile(jpegs() / ("IMG_" + std::to_string(i) + ".jpg"), bytes);
+    }
+    jpegBytes = bytes.size();
+
+    test::SampleDng dng;
+    dng.width = 600;
+    dng.height = 400;
+    dng.previewWidth = 320;
+    dng.previewHeight = 214;
+    for (int i = 0; i < dngCount; ++i) test::writeDng(dngs() / ("IMG_" + std::to_string(i) + ".dng"), dng);
+    // Read everything once so the benchmark starts from a warm cache.
+    for (const fs::path& folder : {jpegs(), dngs()}) {
+      for (const auto& entry : fs::directory_iterator(folder)) benchmark::DoNotOptimize(test::readFile(entry.path()));
+    }
+  }
+
+  fs::path jpegs() const { return dir / "jpeg"; }
+  fs::path dngs() const { return dir / "dng"; }
+
+  test::TempDir dir;
+  std::size_t jpegBytes = 0;
+};
+
+Folders& folders() {
+  static Folders instance;
+  return instance;
+}
+
+void importBenchmark(benchmark::State& state, const fs::path& folder, int expected) {
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto libraryDir = std::make_unique<test::TempDir>();
+    auto library = std::make_unique<PhotoLibrary>(libraryDir->path());
+    state.ResumeTiming();
+    ImportResult result = library->importFolder(folder, true);
+    state.PauseTiming();
+    if (result.added != expected) state.SkipWithError("not every file was imported");
+    library.reset();
+    libraryDir.reset();
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations() * expected);
+  state.counters["files/s"] = benchmark::Counter(double(state.iterations() * expected), benchmark::Counter::kIsRate);
+}
+
+void BM_ImportJpegFolder(benchmark::State& state) {
+  Folders& f = folders();
+  state.counters["fileKB"] = double(f.jpegBytes) / 1000;
+  importBenchmark(state, f.jpegs(), jpegCount);
+}
+BENCHMARK(BM_ImportJpegFolder)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(3);
+
+void BM_ImportDngFolder(benchmark::State& state) {
+  importBenchmark(state, folders().dngs(), dngCount);
+}
+BENCHMARK(BM_ImportDngFolder)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2);
+
+// One header read on this thread, for comparison with the parallel import.
+void BM_ReadJpegHeader(benchmark::State& state) {
+  fs::path file = folders().jpegs() / "IMG_7.jpg";
+  for (auto _ : state) {
+    auto meta = PhotoMeta::read(file);
+    if (!meta || meta->camera != "Canon EOS R5") state.SkipWithError("header not read");
+    benchmark::DoNotOptimize(meta);
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_ReadJpegHeader)->Unit(benchmark::kMicrosecond);
+
+void BM_InsertHundredThousandPhotos(benchmark::State& state) {
+  std::vector<fs::path> paths;
+  std::vector<std::optional<PhotoMeta>> metas;
+  PhotoMeta meta;
+  meta.width = 6000;
+  meta.height = 4000;
+  meta.fileSize = 5000000;
+  meta.capture = 1.69e9;
+  meta.camera = "Canon EOS R5";
+  meta.lens = "RF24-70mm F2.8 L IS USM";
+  meta.iso = 400;
+  meta.shutter = 0.004;
+  meta.aperture = 2.8;
+  meta.focal = 50;
+  for (int i = 0; i < insertRows; ++i) {
+    paths.push_back("/photos/" + std::to_string(i / 500) + "/IMG_" + std::to_string(i) + ".jpg");
+    metas.push_back(meta);
+  }
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto libraryDir = std::make_unique<test::TempDir>();
+    auto library = std::make_unique<PhotoLibrary>(libraryDir->path());
+    state.ResumeTiming();
+    ImportResult result = library->insertPhotos(paths, metas);
+    state.PauseTiming();
+    if (result.added != insertRows || library->count() != insertRows) state.SkipWithError("rows missing");
+    library.reset();
+    libraryDir.reset();
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations() * insertRows);
+}
+BENCHMARK(BM_InsertHundredThousandPhotos)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
+
+}  // namespace

@@ -1,0 +1,224 @@
+#include "tests/support/sample_photos.h"
+
+#include <mutex>
+#include <stdexcept>
+
+#include <exiv2/exiv2.hpp>
+#include <tiffio.h>
+#include <vips/vips8>
+
+// The HEVC encoder behind the HEIC saver keeps one allocation for the life
+// of the process; LeakSanitizer builds should not report it as ours.
+extern "C" const char* __lsan_default_suppressions() { return "leak:libx265\n"; }
+
+namespace lumivale::test {
+namespace {
+
+void initLibraries() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    if (VIPS_INIT("lumivale-tests")) throw std::runtime_error("cannot start libvips");
+    Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
+    Exiv2::XmpParser::initialize();
+    Exiv2::enableBMFF(true);
+  });
+}
+
+std::string lowerExtension(const std::filesystem::path& file) {
+  std::string ext = file.extension().string();
+  for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return ext;
+}
+
+// A smooth gradient, so the encoders have real content to compress.
+vips::VImage gradient(int width, int height, int bits) {
+  vips::VImage x = vips::VImage::xyz(width, height);
+  vips::VImage r = x[0] * (255.0 / std::max(1, width - 1));
+  vips::VImage g = x[1] * (255.0 / std::max(1, height - 1));
+  vips::VImage b = (r + g) / 2;
+  vips::VImage rgb = r.bandjoin(g).bandjoin(b);
+  if (bits == 16) {
+    return (rgb * 257).cast(VIPS_FORMAT_USHORT).copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_RGB16));
+  }
+  return rgb.cast(VIPS_FORMAT_UCHAR).copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+}
+
+Exiv2::URational urational(const Rational& r) { return {static_cast<uint32_t>(r.numerator), static_cast<uint32_t>(r.denominator)}; }
+
+Exiv2::ExifData exifOf(const SampleTags& t) {
+  Exiv2::ExifData exif;
+  if (t.make) exif["Exif.Image.Make"] = *t.make;
+  if (t.model) exif["Exif.Image.Model"] = *t.model;
+  if (t.dateTime) exif["Exif.Image.DateTime"] = *t.dateTime;
+  if (t.copyright) exif["Exif.Image.Copyright"] = *t.copyright;
+  if (t.artist) exif["Exif.Image.Artist"] = *t.artist;
+  if (t.software) exif["Exif.Image.Software"] = *t.software;
+  if (t.orientation) exif["Exif.Image.Orientation"] = static_cast<uint16_t>(*t.orientation);
+  if (t.lens) exif["Exif.Photo.LensModel"] = *t.lens;
+  if (t.dateTimeOriginal) exif["Exif.Photo.DateTimeOriginal"] = *t.dateTimeOriginal;
+  if (t.exposure) exif["Exif.Photo.ExposureTime"] = urational(*t.exposure);
+  if (t.fNumber) exif["Exif.Photo.FNumber"] = urational(*t.fNumber);
+  if (t.focal) exif["Exif.Photo.FocalLength"] = urational(*t.focal);
+  if (t.exposureBias) exif["Exif.Photo.ExposureBiasValue"] = Exiv2::Rational(t.exposureBias->numerator, t.exposureBias->denominator);
+  if (t.iso) exif["Exif.Photo.ISOSpeedRatings"] = static_cast<uint16_t>(*t.iso);
+  if (t.focal35) exif["Exif.Photo.FocalLengthIn35mmFilm"] = static_cast<uint16_t>(*t.focal35);
+  if (t.flash) exif["Exif.Photo.Flash"] = static_cast<uint16_t>(*t.flash);
+  if (t.whiteBalance) exif["Exif.Photo.WhiteBalance"] = static_cast<uint16_t>(*t.whiteBalance);
+  if (t.metering) exif["Exif.Photo.MeteringMode"] = static_cast<uint16_t>(*t.metering);
+  auto setRationals = [&](const char* key, const std::string& text) {
+    Exiv2::URationalValue value;
+    value.read(text);
+    exif.add(Exiv2::ExifKey(key), &value);
+  };
+  if (t.latitude) setRationals("Exif.GPSInfo.GPSLatitude", *t.latitude);
+  if (t.longitude) setRationals("Exif.GPSInfo.GPSLongitude", *t.longitude);
+  if (t.latitudeRef) exif["Exif.GPSInfo.GPSLatitudeRef"] = *t.latitudeRef;
+  if (t.longitudeRef) exif["Exif.GPSInfo.GPSLongitudeRef"] = *t.longitudeRef;
+  return exif;
+}
+
+}  // namespace
+
+std::string jpegBytes(int width, int height) {
+  initLibraries();
+  void* buffer = nullptr;
+  std::size_t length = 0;
+  gradient(width, height, 8).write_to_buffer(".jpg", &buffer, &length, vips::VImage::option()->set("Q", 85));
+  std::string bytes(static_cast<const char*>(buffer), length);
+  g_free(buffer);
+  return bytes;
+}
+
+void writePhoto(const std::filesystem::path& file, int width, int height, const SampleTags& tags,
+                int bitsPerSample) {
+  initLibraries();
+  if (file.has_parent_path()) std::filesystem::create_directories(file.parent_path());
+  std::string ext = lowerExtension(file);
+  vips::VImage image = gradient(width, height, bitsPerSample);
+  Exiv2::ExifData exif = exifOf(tags);
+
+  if (ext == ".heic" || ext == ".heif") {
+    // exiv2 cannot write HEIF; the saver embeds an EXIF block instead.
+    image = image.copy();
+    if (!exif.empty()) {
+      Exiv2::Blob blob;
+      Exiv2::ExifParser::encode(blob, Exiv2::littleEndian, exif);
+      std::string block("Exif\0\0", 6);
+      block.append(reinterpret_cast<const char*>(blob.data()), blob.size());
+      // The saver reads the block from its worker threads: vips gets its own copy.
+      vips_image_set_blob_copy(image.get_image(), VIPS_META_EXIF_NAME, block.data(), block.size());
+    }
+    image.heifsave(file.c_str(), vips::VImage::option()->set("Q", 50)->set("compression", VIPS_FOREIGN_HEIF_COMPRESSION_HEVC));
+    return;
+  }
+  // Saved without vips' own metadata, so what the file carries is only what
+  // exiv2 writes next.
+  image.write_to_file(file.c_str(), vips::VImage::option()->set("strip", true));
+  if (exif.empty() && tags.keywords.empty()) return;
+  auto written = Exiv2::ImageFactory::open(file.string());
+  written->readMetadata();
+  written->setExifData(exif);
+  if (!tags.keywords.empty()) {
+    Exiv2::IptcData iptc;
+    for (const std::string& keyword : tags.keywords) {
+      Exiv2::StringValue value(keyword);
+      iptc.add(Exiv2::IptcKey("Iptc.Application2.Keywords"), &value);
+    }
+    written->setIptcData(iptc);
+  }
+  written->writeMetadata();
+}
+
+void writeDng(const std::filesystem::path& file, const SampleDng& dng) {
+  initLibraries();
+  if (file.has_parent_path()) std::filesystem::create_directories(file.parent_path());
+  TIFF* tif = TIFFOpen(file.c_str(), "wl");
+  if (!tif) throw std::runtime_error("cannot write " + file.string());
+
+  // The EXIF directory goes first, so IFD0 can point at it when written.
+  TIFFCreateEXIFDirectory(tif);
+  TIFFSetField(tif, EXIFTAG_EXPOSURETIME, double(dng.exposure.numerator) / dng.exposure.denominator);
+  TIFFSetField(tif, EXIFTAG_FNUMBER, double(dng.fNumber.numerator) / dng.fNumber.denominator);
+  uint16_t iso = static_cast<uint16_t>(dng.iso);
+  TIFFSetField(tif, EXIFTAG_ISOSPEEDRATINGS, 1, &iso);
+  TIFFSetField(tif, EXIFTAG_DATETIMEORIGINAL, dng.dateTimeOriginal.c_str());
+  TIFFSetField(tif, EXIFTAG_FOCALLENGTH, double(dng.focal.numerator) / dng.focal.denominator);
+  if (!dng.lens.empty()) TIFFSetField(tif, EXIFTAG_LENSMODEL, dng.lens.c_str());
+  uint64_t exifOffset = 0;
+  TIFFWriteCustomDirectory(tif, &exifOffset);
+  TIFFFreeDirectory(tif);
+  TIFFCreateDirectory(tif);
+
+  const bool withPreview = dng.previewWidth > 0 && dng.previewHeight > 0;
+  auto writeCameraTags = [&] {
+    TIFFSetField(tif, TIFFTAG_MAKE, dng.make.c_str());
+    TIFFSetField(tif, TIFFTAG_MODEL, dng.model.c_str());
+    TIFFSetField(tif, TIFFTAG_ORIENTATION, static_cast<uint16_t>(dng.orientation));
+    TIFFSetField(tif, TIFFTAG_EXIFIFD, exifOffset);
+    if (!dng.dngTags) return;
+    static const uint8_t version[4] = {1, 4, 0, 0};
+    TIFFSetField(tif, TIFFTAG_DNGVERSION, version);
+    TIFFSetField(tif, TIFFTAG_UNIQUECAMERAMODEL, (dng.make + " " + dng.model).c_str());
+    static const float matrix[9] = {0.9f, -0.3f, -0.1f, -0.4f, 1.2f, 0.2f, -0.1f, 0.2f, 0.6f};
+    TIFFSetField(tif, TIFFTAG_COLORMATRIX1, 9, matrix);
+    TIFFSetField(tif, TIFFTAG_CALIBRATIONILLUMINANT1, static_cast<uint16_t>(21));
+    static const float neutral[3] = {0.5f, 1.0f, 0.7f};
+    TIFFSetField(tif, TIFFTAG_ASSHOTNEUTRAL, 3, neutral);
+  };
+  auto writeRaw = [&] {
+    TIFFSetField(tif, TIFFTAG_SUBFILETYPE, 0);
+    TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, dng.width);
+    TIFFSetField(tif, TIFFTAG_IMAGELENGTH, dng.height);
+    TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 16);
+    TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 1);
+    TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
+    TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, 32803);  // colour filter array
+    TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+    TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, dng.height);
+    static const uint16_t repeat[2] = {2, 2};
+    static const uint8_t pattern[4] = {0, 1, 1, 2};  // RGGB
+    TIFFSetField(tif, TIFFTAG_CFAREPEATPATTERNDIM, repeat);
+    TIFFSetField(tif, TIFFTAG_CFAPATTERN, 4, pattern);
+    uint32_t white = 4095;
+    if (dng.dngTags) TIFFSetField(tif, TIFFTAG_WHITELEVEL, 1, &white);
+    if (dng.dngTags && dng.cropWidth > 0 && dng.cropHeight > 0) {
+      float origin[2] = {float(dng.cropLeft), float(dng.cropTop)};
+      float size[2] = {float(dng.cropWidth), float(dng.cropHeight)};
+      TIFFSetField(tif, TIFFTAG_DEFAULTCROPORIGIN, origin);
+      TIFFSetField(tif, TIFFTAG_DEFAULTCROPSIZE, size);
+    }
+    std::vector<uint16_t> pixels(std::size_t(dng.width) * dng.height);
+    for (int y = 0; y < dng.height; ++y) {
+      for (int x = 0; x < dng.width; ++x) pixels[std::size_t(y) * dng.width + x] = uint16_t(256 + 8 * (x + y));
+    }
+    TIFFWriteEncodedStrip(tif, 0, pixels.data(), static_cast<tmsize_t>(pixels.size() * 2));
+  };
+
+  if (withPreview) {
+    // IFD0 is the camera's JPEG preview; the raw image lives in a SubIFD.
+    std::string jpeg = jpegBytes(dng.previewWidth, dng.previewHeight);
+    writeCameraTags();
+    TIFFSetField(tif, TIFFTAG_SUBFILETYPE, FILETYPE_REDUCEDIMAGE);
+    TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, dng.previewWidth);
+    TIFFSetField(tif, TIFFTAG_IMAGELENGTH, dng.previewHeight);
+    TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 8);
+    TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 3);
+    TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_JPEG);
+    TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_YCBCR);
+    TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+    TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, dng.previewHeight);
+    uint64_t subIfd = 0;
+    TIFFSetField(tif, TIFFTAG_SUBIFD, 1, &subIfd);
+    TIFFWriteRawStrip(tif, 0, jpeg.data(), static_cast<tmsize_t>(jpeg.size()));
+    TIFFWriteDirectory(tif);
+    writeRaw();
+    TIFFWriteDirectory(tif);
+  } else {
+    writeCameraTags();
+    writeRaw();
+    TIFFWriteDirectory(tif);
+  }
+  TIFFClose(tif);
+}
+
+}  // namespace lumivale::test

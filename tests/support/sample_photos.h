@@ -1,0 +1,64 @@
+#pragma once
+// Photo files made by the tests themselves: images written with libvips and
+// tagged with exiv2, and small DNG files (a CFA raw image with its camera
+// tags and an EXIF directory) written with libtiff, which LibRaw reads.
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace lumivale::test {
+
+struct Rational {
+  std::int32_t numerator = 0;
+  std::int32_t denominator = 1;
+};
+
+/// The metadata to embed; unset fields are not written.
+struct SampleTags {
+  std::optional<std::string> make, model, lens, dateTimeOriginal, dateTime, copyright, artist, software;
+  std::optional<Rational> exposure, fNumber, focal, exposureBias;
+  std::optional<int> iso, focal35, flash, whiteBalance, metering, orientation;
+  /// Degrees, minutes, seconds as exiv2 reads them: "37/1 46/1 3000/100".
+  std::optional<std::string> latitude, latitudeRef, longitude, longitudeRef;
+  std::vector<std::string> keywords;
+};
+
+/// Writes a `width` × `height` RGB picture (a gradient) in the format named
+/// by the file's extension (jpg/jpeg, tif/tiff, png, heic/heif) and embeds
+/// `tags`. `bitsPerSample` 16 writes a 16-bit TIFF or PNG.
+void writePhoto(const std::filesystem::path& file, int width, int height, const SampleTags& tags = {},
+                int bitsPerSample = 8);
+
+/// The bytes of a small JPEG picture.
+std::string jpegBytes(int width, int height);
+
+/// A DNG file's content.
+struct SampleDng {
+  int width = 64;
+  int height = 48;
+  std::string make = "Lumivale";
+  std::string model = "Test Camera";
+  std::string lens = "Test 35mm F2";
+  Rational exposure{1, 125};
+  Rational fNumber{28, 10};
+  int iso = 400;
+  Rational focal{35, 1};
+  std::string dateTimeOriginal = "2023:06:01 12:34:56";
+  int orientation = 1;
+  /// A JPEG preview of this size in IFD0 (the raw then in a SubIFD); none when 0.
+  int previewWidth = 0;
+  int previewHeight = 0;
+  /// DefaultCropOrigin / DefaultCropSize; not written when the size is 0.
+  int cropLeft = 0, cropTop = 0, cropWidth = 0, cropHeight = 0;
+  /// False leaves out DNGVersion and the DNG colour tags: a plain TIFF-based
+  /// raw file as some makers write it.
+  bool dngTags = true;
+};
+
+/// Writes a DNG with a 16-bit RGGB CFA raw image.
+void writeDng(const std::filesystem::path& file, const SampleDng& dng = {});
+
+}  // namespace lumivale::test

@@ -178,6 +178,9 @@ void JsonWriter::value(double v) {
     out += '0';
     return;
   }
+  // Records compare doubles by value, so −0 equals +0; writing both as "0"
+  // keeps equal records byte-identical.
+  if (v == 0) v = 0;
   char buffer[32];
   // Shortest text that reads back as the same double; whole numbers come out
   // without a fraction ("25"), large and small ones as "1e+300", "1e-07",

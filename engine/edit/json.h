@@ -31,8 +31,9 @@ class JsonWriter {
   /// The key of the next member; write its value right after.
   void key(std::string_view name);
 
-  /// A finite double in its shortest round-trip form ("25", "0.1", "1e+300").
-  /// NaN and infinities have no JSON form: the writer is marked as failed.
+  /// A finite double in its shortest round-trip form ("25", "0.1", "1e+300");
+  /// −0 is written "0". NaN and infinities have no JSON form: the writer is
+  /// marked as failed.
   void value(double v);
   void value(std::int64_t v);
   void value(bool v);

@@ -417,6 +417,8 @@ TEST(EditSettingsTest, NegativeZeroEqualsAndHashesLikeZeroButNaNNeverEquals) {
   a.masks[0].adjust.exposure = 0.0;
   EXPECT_EQ(a, b);
   EXPECT_EQ(a.hash(), b.hash());
+  EXPECT_EQ(a.encoded(), b.encoded());
+  EXPECT_EQ(a.encoded(), EditSettings::decode(a.encoded()).encoded());
   EXPECT_EQ(std::hash<EditSettings>{}(a), std::hash<EditSettings>{}(b));
   std::unordered_map<EditSettings, int> cache{{a, 1}};
   EXPECT_EQ(cache.count(b), 1u);

@@ -5,8 +5,6 @@
 #include <set>
 #include <unordered_set>
 
-#include "engine/edit/edit_settings.h"
-
 using namespace lumivale;
 
 namespace {
@@ -103,17 +101,6 @@ TEST(MaskAdjustTest, HashAgreesWithEqualityAndSeparatesFields) {
   }
   // The same value in different fields must not collide.
   EXPECT_EQ(hashes.size(), std::size(fields) + 1);
-}
-
-TEST(PhotoMaskTest, EveryKindSurvivesTheStoredForm) {
-  EditSettings s;
-  for (MaskKind kind : allMaskKinds()) {
-    PhotoMask m(kind, std::string("mask ") + std::string(key(kind)));
-    m.dabs = {{0.1, 0.2, 0.03, 0.5, 1, false}, {0.4, 0.5, 0.06, 0.25, 0.5, true}};
-    if (isSmart(kind)) m.maskPNG = std::vector<std::uint8_t>{0x89, 'P', 'N', 'G', 0, 255};
-    s.masks.push_back(m);
-  }
-  EXPECT_EQ(EditSettings::decode(s.encoded()), s);
 }
 
 }  // namespace

@@ -47,9 +47,9 @@ struct Codec<double> {
   static void write(JsonWriter& w, double v) { w.value(v); }
 };
 
-// Integers may be written with a fraction as long as it is zero: 25.0 reads
-// as 25, 25.5 is refused, like the decoder of the platform the stored form
-// comes from.
+// Integers may be written with a zero fraction: 25.0 and 2.5e1 read as 25,
+// so a blob that passed through a tool storing every number as a double
+// still reads; 25.5 is refused, it is no integer.
 template <>
 struct Codec<std::int64_t> {
   static bool read(JsonReader& r, std::int64_t& out) {

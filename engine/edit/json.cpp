@@ -2,6 +2,8 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <limits>
 
 namespace lumivale {
@@ -170,6 +172,50 @@ void JsonWriter::key(std::string_view name) {
   needComma = false;
 }
 
+// The shortest digits that read back as the same double, laid out the way
+// common JSON writers do: plain decimal for magnitudes from 1e-4 up to 1e16
+// ("25", "0.0001", "123.5"), exponent form outside it ("1e-05", "1e+16").
+// Whole numbers carry no fraction.
+static void appendShortestNumber(std::string& out, double v) {
+  char buffer[40];
+  auto result = std::to_chars(buffer, buffer + sizeof buffer, v, std::chars_format::scientific);
+  std::string_view text(buffer, static_cast<std::size_t>(result.ptr - buffer));
+  bool negative = false;
+  if (!text.empty() && text.front() == '-') {
+    negative = true;
+    text.remove_prefix(1);
+  }
+  const std::size_t e = text.find('e');
+  std::string digits;
+  for (char c : text.substr(0, e)) {
+    if (c != '.') digits += c;
+  }
+  int exponent = 0;
+  std::from_chars(text.data() + e + 1 + (text[e + 1] == '+' ? 1 : 0), text.data() + text.size(), exponent);
+  if (negative) out += '-';
+  if (exponent < -4 || exponent >= 16) {
+    out += digits[0];
+    if (digits.size() > 1) {
+      out += '.';
+      out.append(digits, 1);
+    }
+    char tail[16];
+    std::snprintf(tail, sizeof tail, "e%c%02d", exponent < 0 ? '-' : '+', std::abs(exponent));
+    out += tail;
+  } else if (exponent < 0) {
+    out += "0.";
+    out.append(static_cast<std::size_t>(-exponent - 1), '0');
+    out += digits;
+  } else if (static_cast<std::size_t>(exponent) + 1 >= digits.size()) {
+    out += digits;
+    out.append(static_cast<std::size_t>(exponent) + 1 - digits.size(), '0');
+  } else {
+    out.append(digits, 0, static_cast<std::size_t>(exponent) + 1);
+    out += '.';
+    out.append(digits, static_cast<std::size_t>(exponent) + 1);
+  }
+}
+
 void JsonWriter::value(double v) {
   separate();
   needComma = true;
@@ -181,12 +227,7 @@ void JsonWriter::value(double v) {
   // Records compare doubles by value, so −0 equals +0; writing both as "0"
   // keeps equal records byte-identical.
   if (v == 0) v = 0;
-  char buffer[32];
-  // Shortest text that reads back as the same double; whole numbers come out
-  // without a fraction ("25"), large and small ones as "1e+300", "1e-07",
-  // all of which are valid JSON numbers.
-  auto result = std::to_chars(buffer, buffer + sizeof buffer, v);
-  out.append(buffer, result.ptr);
+  appendShortestNumber(out, v);
 }
 
 void JsonWriter::value(std::int64_t v) {

@@ -424,10 +424,13 @@ bool decodeLzvnBlock(const std::uint8_t* src, const std::uint8_t* srcEnd, const 
 
 std::optional<std::vector<std::uint8_t>> decode(const std::uint8_t* data, std::size_t size,
                                                 std::size_t maxOutput) {
+  if (data == nullptr) size = 0;
   std::vector<std::uint8_t> out;
+  // Reserving a likely size saves most copies of a growing vector; a cap set
+  // to the expected size, as for a mask, makes it exact.
+  out.reserve(std::min<std::size_t>(maxOutput, size * 32 + 65536) + slack);
   std::size_t produced = 0;
   std::unique_ptr<Scratch> scratch;
-  if (data == nullptr) size = 0;
   const std::uint8_t* p = data;
   const std::uint8_t* const end = data + size;
 

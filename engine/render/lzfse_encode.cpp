@@ -26,7 +26,7 @@ using namespace format;
 
 constexpr std::size_t lzvnThreshold = 4096;  // smaller inputs are coded as LZVN
 constexpr std::uint32_t minMatch = 4;
-constexpr std::uint32_t goodMatch = 32;  // long enough not to look one byte further
+constexpr std::uint32_t goodMatch = 16;  // long enough not to look one byte further
 constexpr std::uint32_t lzvnMaxDistance = 0xFFFF;
 
 // ---------------------------------------------------------------------------
@@ -66,7 +66,7 @@ class MatchFinder {
 
   void insert(std::size_t pos) {
     std::uint32_t* bucket = &table[std::size_t(hash(load32(data + pos))) * ways];
-    std::memmove(bucket + 1, bucket, (ways - 1) * sizeof(std::uint32_t));
+    for (int w = ways - 1; w > 0; --w) bucket[w] = bucket[w - 1];
     bucket[0] = std::uint32_t(pos + 1);
   }
 
@@ -115,7 +115,7 @@ void parse(const std::uint8_t* data, std::size_t size, int hashBits, std::uint32
     Match m = findAt(pos);
     if (m.length < minMatch) {
       // Step faster through long literal runs: they are rarely compressible.
-      pos += 1 + ((pos - anchor) >> 8);
+      pos += 1 + ((pos - anchor) >> 6);
       continue;
     }
     while (m.length < goodMatch && pos + 1 < limit) {

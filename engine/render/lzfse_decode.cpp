@@ -146,8 +146,12 @@ bool checkCounts(const BlockHeader& h) {
       h.dState >= std::uint32_t(dStates))
     return false;
   if (h.literalBits < -7 || h.literalBits > 0 || h.lmdBits < -7 || h.lmdBits > 0) return false;
-  // A block cannot produce more than its literals and longest matches.
-  return std::uint64_t(h.rawBytes) <= std::uint64_t(h.literals) + std::uint64_t(h.matches) * maxM;
+  // A block cannot produce more than its literals and longest matches. Nor
+  // does it carry more literals (but for the padding to a multiple of four) or
+  // triples than bytes it produces: this bounds the work of a block by its
+  // output, which the caller caps.
+  return std::uint64_t(h.rawBytes) <= std::uint64_t(h.literals) + std::uint64_t(h.matches) * maxM &&
+         h.literals <= std::uint64_t(h.rawBytes) + 3 && h.matches <= h.rawBytes;
 }
 
 std::optional<BlockHeader> readV1Header(const std::uint8_t* p, std::size_t available) {

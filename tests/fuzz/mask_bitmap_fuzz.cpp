@@ -2,6 +2,7 @@
 // and checks that whatever decodes, and the input itself, survives our own
 // encoder: decode(encode(x)) == x.
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <vector>

@@ -127,6 +127,8 @@ struct RoundTripCase {
   const char* firstBlock;  // the block kind our encoder should choose
 };
 
+void PrintTo(const RoundTripCase& c, std::ostream* os) { *os << c.name; }
+
 class LzfseRoundTripTest : public testing::TestWithParam<RoundTripCase> {};
 
 TEST_P(LzfseRoundTripTest, DecodesBackToTheInput) {
@@ -332,6 +334,8 @@ struct BadStream {
   Bytes stream;
 };
 
+void PrintTo(const BadStream& c, std::ostream* os) { *os << c.name; }
+
 class LzfseBadStreamTest : public testing::TestWithParam<BadStream> {};
 
 TEST_P(LzfseBadStreamTest, YieldsNothing) { EXPECT_FALSE(lzfse::decode(GetParam().stream).has_value()); }
@@ -378,6 +382,9 @@ std::vector<BadStream> badStreams() {
   // No literal payload, no bits: the four coders find nothing to read.
   cases.push_back({"PlainBitsRunDry", patched(patched(plain, 20, {0}), 28, {0, 0, 0, 0})});
   cases.push_back({"PlainTailBitsWithoutPayload", patched(plain, 20, {0})});
+  // Sixteen literals of no bits each for an 8-byte block: more work than output.
+  cases.push_back(
+      {"PlainMoreLiteralsThanBytes", patched(patched(plain, 12, {16}), 50 + 2 * (104 + 'A'), {0, 4, 0, 0})});
   return cases;
 }
 

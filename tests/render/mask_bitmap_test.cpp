@@ -123,6 +123,8 @@ struct StoredCase {
   Bytes data;
 };
 
+void PrintTo(const StoredCase& c, std::ostream* os) { *os << c.name; }
+
 class MaskBitmapBadStoredTest : public testing::TestWithParam<StoredCase> {};
 
 TEST_P(MaskBitmapBadStoredTest, DecodesToNothing) { EXPECT_FALSE(MaskBitmap::decode(GetParam().data)); }

@@ -105,7 +105,8 @@ void storedRoundTrip(benchmark::State& state) {
   const MaskBitmap& m = mask(int(state.range(0)));
   for (auto _ : state) {
     const auto back = MaskBitmap::decode(m.encoded());
-    if (!back || back->bytes.size() != m.bytes.size()) throw std::runtime_error("the mask does not round trip");
+    if (!back || back->bytes.size() != m.bytes.size())
+      throw std::runtime_error("the mask does not round trip");
   }
   state.SetLabel(kindName(int(state.range(0))));
   state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(m.bytes.size()));

@@ -297,7 +297,8 @@ bool decodeLzfseBlock(const BlockHeader& h, const std::uint8_t* payload, Scratch
   }
 
   // (L, M, D) triples, executed as they are decoded.
-  if (!in.init(payload + h.literalPayload, payload + h.literalPayload + h.lmdPayload, h.lmdBits)) return false;
+  if (!in.init(payload + h.literalPayload, payload + h.literalPayload + h.lmdPayload, h.lmdBits))
+    return false;
   std::uint32_t lState = h.lState, mState = h.mState, dState = h.dState;
   const std::uint8_t* litEnd = lit + h.literals;
   std::uint8_t* const blockEnd = dst + h.rawBytes;
@@ -327,7 +328,19 @@ bool decodeLzfseBlock(const BlockHeader& h, const std::uint8_t* payload, Scratch
   return dst == blockEnd;
 }
 
-enum class Op : std::uint8_t { smallD, mediumD, largeD, previousD, smallM, largeM, smallL, largeL, nop, eos, undefined };
+enum class Op : std::uint8_t {
+  smallD,
+  mediumD,
+  largeD,
+  previousD,
+  smallM,
+  largeM,
+  smallL,
+  largeL,
+  nop,
+  eos,
+  undefined
+};
 
 constexpr Op classify(unsigned op) {
   if (op == 0x06) return Op::eos;

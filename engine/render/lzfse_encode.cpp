@@ -42,7 +42,10 @@ class MatchFinder {
   static constexpr int ways = 4;
 
   MatchFinder(const std::uint8_t* data, std::size_t size, int hashBits, std::uint32_t maxDistance)
-      : data(data), size(size), shift(32 - hashBits), maxDistance(maxDistance),
+      : data(data),
+        size(size),
+        shift(32 - hashBits),
+        maxDistance(maxDistance),
         table(std::size_t{ways} << hashBits, 0) {}
 
   /// The longest match at `pos` (needs pos + 8 ≤ size), trying `rep` first.

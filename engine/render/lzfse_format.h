@@ -55,7 +55,8 @@ inline constexpr std::uint32_t literalsPerBlock = 4 * matchesPerBlock;
 
 // Fixed sizes of the two header forms.
 inline constexpr std::size_t v2FixedHeader = 32;  // magic, raw size, three packed u64
-inline constexpr std::size_t v1Header = 52 + 2 * frequencyCount;  // 50 bytes of fields, frequencies, 2 of padding
+inline constexpr std::size_t v1Header =
+    52 + 2 * frequencyCount;  // 50 bytes of fields, frequencies, 2 of padding
 
 // A value class: `bits` extra bits follow the symbol, added to `base`.
 struct ValueClass {

@@ -19,7 +19,8 @@ void put32(std::uint8_t* p, std::uint32_t v) {
 }
 
 std::uint32_t get32(const std::uint8_t* p) {
-  return std::uint32_t(p[0]) | std::uint32_t(p[1]) << 8 | std::uint32_t(p[2]) << 16 | std::uint32_t(p[3]) << 24;
+  return std::uint32_t(p[0]) | std::uint32_t(p[1]) << 8 | std::uint32_t(p[2]) << 16 |
+         std::uint32_t(p[3]) << 24;
 }
 
 // Where unit coordinate t falls between the pixel centres of an axis of n
@@ -44,7 +45,8 @@ AxisSample sampleAxis(double t, int n) {
 }  // namespace
 
 MaskBitmap::MaskBitmap(int width, int height, std::uint8_t fill)
-    : width(std::max(width, 0)), height(std::max(height, 0)),
+    : width(std::max(width, 0)),
+      height(std::max(height, 0)),
       bytes(std::size_t(this->width) * std::size_t(this->height), fill) {}
 
 std::vector<std::uint8_t> MaskBitmap::encoded() const {

@@ -17,7 +17,8 @@ namespace {
 void roundTrip(const std::uint8_t* data, std::size_t size) {
   const std::vector<std::uint8_t> stream = lzfse::encode(data, size);
   const auto back = lzfse::decode(stream, size);
-  if (!back || back->size() != size || (size > 0 && !std::equal(back->begin(), back->end(), data))) std::abort();
+  if (!back || back->size() != size || (size > 0 && !std::equal(back->begin(), back->end(), data)))
+    std::abort();
 }
 
 }  // namespace

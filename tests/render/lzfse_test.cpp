@@ -152,7 +152,8 @@ std::vector<RoundTripCase> roundTripCases() {
   cases.push_back({"OneByte", [] { return Bytes{42}; }, "bvx-"});
   cases.push_back({"SevenBytes", [] { return text("abcabca"); }, "bvx-"});
   cases.push_back({"EightEqualBytes", [] { return Bytes(8, 7); }, "bvx-"});  // LZVN would be larger
-  cases.push_back({"ShortText", [] { return text(std::string(40, 'x') + "hello hello hello hello"); }, "bvxn"});
+  cases.push_back(
+      {"ShortText", [] { return text(std::string(40, 'x') + "hello hello hello hello"); }, "bvxn"});
   cases.push_back({"JustBelowLzvnLimit", [] { return maskLike(63, 65, 1); }, "bvxn"});
   cases.push_back({"AtLzvnLimit", [] { return maskLike(64, 64, 2); }, "bvx2"});
   cases.push_back({"SmallIncompressible", [] { return randomBytes(1000, 3); }, "bvx-"});
@@ -164,7 +165,8 @@ std::vector<RoundTripCase> roundTripCases() {
                    [] {
                      Bytes periods;
                      for (int period = 1; period <= 17; ++period)
-                       for (int i = 0; i < 3000; ++i) periods.push_back(std::uint8_t((i % period) * 37 + period));
+                       for (int i = 0; i < 3000; ++i)
+                         periods.push_back(std::uint8_t((i % period) * 37 + period));
                      return periods;
                    },
                    "bvx2"});
@@ -234,13 +236,13 @@ namespace {
 // read each); then one triple L = 4, M = 4, D = 2 needing no bits at all.
 Bytes plainHeaderBlock() {
   Bytes b;
-  put32(b, 0x31787662);  // "bvx1"
-  put32(b, 8);           // raw bytes
-  put32(b, 1);           // payload bytes
-  put32(b, 4);           // literals
-  put32(b, 1);           // matches
-  put32(b, 1);           // literal payload bytes
-  put32(b, 0);           // L/M/D payload bytes
+  put32(b, 0x31787662);         // "bvx1"
+  put32(b, 8);                  // raw bytes
+  put32(b, 1);                  // payload bytes
+  put32(b, 4);                  // literals
+  put32(b, 1);                  // matches
+  put32(b, 1);                  // literal payload bytes
+  put32(b, 0);                  // L/M/D payload bytes
   put32(b, std::uint32_t(-4));  // literal bits: 4 of the last byte are used
   for (std::uint16_t state : {0, 512, 0, 512}) put16(b, state);
   put32(b, 0);  // L/M/D bits
@@ -248,13 +250,13 @@ Bytes plainHeaderBlock() {
   put16(b, 0);
   put16(b, 0);
   std::vector<std::uint16_t> freq(360, 0);
-  freq[4] = 64;                // L = 4
-  freq[20 + 4] = 64;           // M = 4
-  freq[40 + 2] = 256;          // D = 2
+  freq[4] = 64;        // L = 4
+  freq[20 + 4] = 64;   // M = 4
+  freq[40 + 2] = 256;  // D = 2
   freq[104 + 'A'] = 512;
   freq[104 + 'B'] = 512;
   for (std::uint16_t f : freq) put16(b, f);
-  put16(b, 0);     // padding of the header
+  put16(b, 0);        // padding of the header
   b.push_back(0x0B);  // the four literal bits
   return b;
 }
@@ -364,7 +366,8 @@ std::vector<BadStream> badStreams() {
   cases.push_back({"RawBlockCut", Bytes{'b', 'v', 'x', '-', 3, 0, 0}});
   cases.push_back({"LzvnPayloadPastTheData", patched(text315, 8, {0xFF, 0x01})});
   cases.push_back({"LzvnRawSizeLies", patched(text315, 4, {0x3C})});
-  cases.push_back({"LzvnDistanceBeforeTheStart", withEnd(lzvnBlock(4, cat({{0xE1, 'a'}, {0x00, 0x02}, eos})))});
+  cases.push_back(
+      {"LzvnDistanceBeforeTheStart", withEnd(lzvnBlock(4, cat({{0xE1, 'a'}, {0x00, 0x02}, eos})))});
   cases.push_back({"LzvnDistanceZero", withEnd(lzvnBlock(4, cat({{0xE1, 'a'}, {0x00, 0x00}, eos})))});
   cases.push_back({"LzvnPreviousDistanceUnset", withEnd(lzvnBlock(4, cat({{0x46, 'a'}, eos})))});
   cases.push_back({"LzvnLiteralsPastThePayload", withEnd(lzvnBlock(20, {0xE9, 'a', 'b'}))});
@@ -413,10 +416,18 @@ TEST(LzfseBadStreamTest, RandomCorruptionNeverCrashes) {
       for (unsigned e = 0; e < edits && !s.empty(); ++e) {
         const std::size_t at = rng() % s.size();
         switch (rng() % 4) {
-          case 0: s[at] ^= std::uint8_t(1u << (rng() % 8)); break;
-          case 1: s.resize(at); break;
-          case 2: s.insert(s.begin() + std::ptrdiff_t(at), std::uint8_t(rng())); break;
-          default: s[at] = std::uint8_t(rng()); break;
+          case 0:
+            s[at] ^= std::uint8_t(1u << (rng() % 8));
+            break;
+          case 1:
+            s.resize(at);
+            break;
+          case 2:
+            s.insert(s.begin() + std::ptrdiff_t(at), std::uint8_t(rng()));
+            break;
+          default:
+            s[at] = std::uint8_t(rng());
+            break;
         }
       }
       const auto decoded = lzfse::decode(s, 1 << 20);

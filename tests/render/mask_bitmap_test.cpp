@@ -90,7 +90,10 @@ TEST_P(MaskBitmapRoundTripTest, SurvivesTheStoredFormBitForBit) {
 
 std::vector<BitmapCase> roundTripBitmaps() {
   return {{"OneByOne", [] { return MaskBitmap(1, 1, 255); }},
-          {"ThreeByOne", [] { return fromRows(3, 1, {0, 128, 255}); }},
+          {"ThreeByOne",
+           [] {
+             return fromRows(3, 1, {0, 128, 255});
+           }},
           {"Empty", [] { return MaskBitmap(0, 0); }},
           {"NoiseStoredRaw",
            [] {

@@ -165,6 +165,7 @@ const std::vector<Command>& commands() {
   static const std::vector<Command> table = [] {
     std::vector<Command> t;
     addLibraryCommands(t);
+    addOrganizeCommands(t);
     return t;
   }();
   return table;

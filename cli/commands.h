@@ -8,5 +8,6 @@
 namespace lumivale::cli {
 
 void addLibraryCommands(std::vector<Command>& table);
+void addOrganizeCommands(std::vector<Command>& table);
 
 }  // namespace lumivale::cli

@@ -442,10 +442,12 @@ std::string trimmed(std::string_view text) {
 
 std::vector<PhotoRecord> PhotoLibrary::photos(const LibraryQuery& query) {
   WhereClause where = query.whereClause();
-  auto rows = db_->query(recordColumns + where.sql + query.orderClause(), where.params);
   std::vector<PhotoRecord> records;
-  records.reserve(rows.size());
-  for (const SQLRow& row : rows) records.push_back(record(row));
+  // Rows are turned into records as they are read: holding all of them as
+  // generic values first would double the memory and the time of the
+  // grid's largest read.
+  db_->forEachRow(recordColumns + where.sql + query.orderClause(), where.params,
+                  [&](const SQLRow& row) { records.push_back(record(row)); });
   return records;
 }
 

@@ -79,7 +79,8 @@ struct LibraryQuery {
   /// makes no sense restricts nothing more than the rules say.
   WhereClause whereClause() const;
 
-  /// " ORDER BY <expression> <dir>, id <dir>": id breaks ties in the same
+  /// " ORDER BY <expression> <dir>, id <dir>": the order in which
+  /// `PhotoLibrary::photos` returns photos. id breaks ties in the same
   /// direction, so the order is total and stable between reloads.
   std::string orderClause() const;
 

@@ -379,4 +379,49 @@ TEST_F(QueryCatalogTest, CollectionAndLabelScopes) {
   EXPECT_EQ(ids(q), (Ids{c}));
 }
 
+// photos() sorts in memory; its order must be SQLite's ORDER BY order for
+// every sort key and direction, whatever the stored values: NULLs, integers
+// in REAL columns and reals in INTEGER ones, texts and blobs where numbers
+// belong, names differing only in case or outside ASCII, and many ties.
+class SortAgreementTest : public QueryCatalogTest,
+                          public ::testing::WithParamInterface<std::tuple<SortOrder, bool>> {};
+
+TEST_P(SortAgreementTest, MatchesSqliteOrderBy) {
+  std::vector<SQLValue> odd{SQLValue(), SQLValue(std::int64_t{5}), SQLValue(5.0), SQLValue(4.5),
+                            SQLValue(std::int64_t{-3}), SQLValue("5"), SQLValue("abc"), SQLValue("ABC"),
+                            SQLValue(Blob{1, 2}), SQLValue(Blob{}), SQLValue(std::int64_t{9007199254740993}),
+                            SQLValue(9007199254740992.0)};
+  std::vector<SQLValue> names{SQLValue("b.jpg"), SQLValue("B.jpg"), SQLValue("a.JPG"), SQLValue("\u00e9t\u00e9.heic"),
+                              SQLValue("\u00c9t\u00e9.heic"), SQLValue("_x.png"), SQLValue("[x].png"), SQLValue(),
+                              SQLValue(std::int64_t{7}), SQLValue("b.jpg2"), SQLValue(""), SQLValue(Blob{'b'})};
+  std::uint32_t seed = 12345;
+  auto next = [&](std::size_t n) {
+    seed = seed * 1664525u + 1013904223u;
+    return static_cast<std::size_t>((seed >> 8) % n);
+  };
+  for (int i = 0; i < 300; ++i) {
+    library.db().run(
+        "INSERT INTO photos(path, folder, name, capture, imported, rating, editDate, size) VALUES(?,?,?,?,?,?,?,?)",
+        {"/p/" + std::to_string(i), "/p", names[next(names.size())], odd[next(odd.size())],
+         odd[next(odd.size())], odd[next(odd.size())], odd[next(odd.size())], odd[next(odd.size())]});
+  }
+  auto [sort, ascending] = GetParam();
+  for (int minRating : {0, 2}) {
+    LibraryQuery q;
+    q.sort = sort;
+    q.ascending = ascending;
+    q.minRating = minRating;
+    WhereClause where = q.whereClause();
+    Ids expected;
+    for (const SQLRow& row : library.db().query("SELECT id FROM photos" + where.sql + q.orderClause(), where.params)) {
+      expected.push_back(*row[0].intValue());
+    }
+    ASSERT_GT(expected.size(), 20u);
+    EXPECT_EQ(ids(q), expected) << key(sort) << (ascending ? " ascending" : " descending") << " min " << minRating;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(AllOrders, SortAgreementTest,
+                         ::testing::Combine(::testing::ValuesIn(allSortOrders()), ::testing::Bool()));
+
 }  // namespace

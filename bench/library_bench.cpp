@@ -31,15 +31,20 @@ class Library {
     library = std::make_unique<PhotoLibrary>(folder);
     std::string n = std::to_string(photos);
     library->db().exec(
-        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " + n + ")"
-        "INSERT INTO photos(id, path, folder, name, ext, size, width, height, capture, imported, camera, lens,"
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " + n +
+        ")"
+        "INSERT INTO photos(id, path, folder, name, ext, size, width, height, capture, imported, camera, "
+        "lens,"
         "                   iso, shutter, aperture, focal, rating, flag, label, raw)"
         "SELECT i, '/photos/' || (i / 500) || '/IMG_' || i || '.jpg', '/photos/' || (i / 500),"
         "       'IMG_' || i || '.jpg', 'jpg', 5000000 + i, 6000, 4000,"
-        "       CASE WHEN i % 20 = 0 THEN NULL ELSE 1.6e9 + ((i * 7919) % " + n + ") * 60 END,"
+        "       CASE WHEN i % 20 = 0 THEN NULL ELSE 1.6e9 + ((i * 7919) % " +
+        n +
+        ") * 60 END,"
         "       1.7e9 + i, CASE WHEN i % 3 = 0 THEN 'NIKON Z 6' ELSE 'Canon EOS R5' END,"
         "       'RF24-70mm F2.8 L IS USM', 100 * (1 + i % 64), 1.0 / (1 + i % 4000), 2.8, 50, i % 6,"
-        "       CASE i % 5 WHEN 0 THEN 1 WHEN 1 THEN -1 ELSE 0 END, CASE i % 7 WHEN 0 THEN 'red' WHEN 1 THEN 'blue' ELSE '' END,"
+        "       CASE i % 5 WHEN 0 THEN 1 WHEN 1 THEN -1 ELSE 0 END, CASE i % 7 WHEN 0 THEN 'red' WHEN 1 THEN "
+        "'blue' ELSE '' END,"
         "       i % 4 = 0 FROM n;"
         "INSERT INTO keywords(photo, word)"
         "  SELECT id, 'word' || (id % 200) FROM photos UNION ALL"

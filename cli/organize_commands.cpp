@@ -105,8 +105,8 @@ std::string normalisedFolder(const std::string& text) {
 
 // Display width in terminal columns, counting code points (not bytes).
 std::size_t columns(const std::string& text) {
-  return static_cast<std::size_t>(
-      std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+  return static_cast<std::size_t>(std::count_if(
+      text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
 std::string padded(const std::string& text, std::size_t width) {
@@ -126,7 +126,8 @@ LibraryQuery queryFrom(Context& ctx, const Arguments& args) {
   }
   if (auto v = args.value("--flag")) {
     auto flag = flagFilterFromKey(*v);
-    if (!flag) throw UsageError("unknown flag filter '" + *v + "' (one of " + keyList(allFlagFilters()) + ")");
+    if (!flag)
+      throw UsageError("unknown flag filter '" + *v + "' (one of " + keyList(allFlagFilters()) + ")");
     query.flag = *flag;
   }
   for (const std::string& value : args.all("--label")) {
@@ -376,7 +377,8 @@ int collection(Context& ctx, const Arguments& args) {
   }
 
   if (action == "create") {
-    if (args.positional.size() < 2 || args.positional.size() > 3) throw UsageError("expected: collection create NAME [IDS]");
+    if (args.positional.size() < 2 || args.positional.size() > 3)
+      throw UsageError("expected: collection create NAME [IDS]");
     std::string name = requireName(args.positional[1]);
     Ids ids = args.positional.size() == 3 ? parseIds(args.positional[2]) : Ids{};
     requirePhotos(library, ids);
@@ -404,7 +406,8 @@ int collection(Context& ctx, const Arguments& args) {
     std::string name = requireName(args.positional[2]);
     requireCollection(library, id);
     for (const Collection& c : library.collections()) {
-      if (c.name == name && c.id != id) throw CommandError("a collection named \"" + name + "\" already exists");
+      if (c.name == name && c.id != id)
+        throw CommandError("a collection named \"" + name + "\" already exists");
     }
     library.renameCollection(id, name);
     Collection renamed = requireCollection(library, id);
@@ -452,7 +455,8 @@ int collection(Context& ctx, const Arguments& args) {
     return 0;
   }
 
-  throw UsageError("unknown collection action '" + action + "' (list, create, rename, delete, add or remove)");
+  throw UsageError("unknown collection action '" + action +
+                   "' (list, create, rename, delete, add or remove)");
 }
 
 // ---- folders and remove --------------------------------------------------------------
@@ -494,8 +498,9 @@ int removePhotos(Context& ctx, const Arguments& args) {
       throw CommandError("removing " + photoCount(ids.size()) +
                          " needs confirmation: pass --yes when not running on a terminal");
     }
-    std::string question = ids.size() == 1 ? "Remove 1 photo from the library?"
-                                           : "Remove " + std::to_string(ids.size()) + " photos from the library?";
+    std::string question = ids.size() == 1
+                               ? "Remove 1 photo from the library?"
+                               : "Remove " + std::to_string(ids.size()) + " photos from the library?";
     if (!ctx.confirm(question)) throw CommandError("nothing was removed");
   }
   library.remove(ids);
@@ -510,56 +515,80 @@ int removePhotos(Context& ctx, const Arguments& args) {
 }  // namespace
 
 void addOrganizeCommands(std::vector<Command>& table) {
-  table.push_back(
-      {"list",
-       "list [SEARCH] [--min-rating N] [--flag F] [--label KEY]... [--folder PATH] [--collection ID] [--edited] "
-       "[--sort KEY] [--ascending]",
-       "List and search photos",
-       "Prints one line per photo: id, file name, rating, flag, label, capture date and the\n"
-       "capture summary. SEARCH may be several words; every word must match.\n"
-       "Search words: plain words match name, camera, lens and keywords; key:value tokens\n"
-       "filter one field: rating:>=3 (or stars:), iso:>800, flag:pick|reject, label:red,\n"
-       "camera:canon, lens:50, name:IMG_ (or file:), keyword:sky (or kw:, tag:), type:raw,\n"
-       "type:heic, edited:yes. Quote values with blanks: camera:\"EOS R5\". A rating or iso\n"
-       "comparison that is not a whole number is ignored.\n\n"
-       "  --min-rating N   at least N stars (0 to 5)\n"
-       "  --flag F         any, picks, rejects, unflagged or notRejected\n"
-       "  --label KEY      red, yellow, green, blue or purple; repeat for several\n"
-       "  --folder PATH    photos in this folder and its subfolders\n"
-       "  --collection ID  photos in this collection\n"
-       "  --edited         only edited photos\n"
-       "  --sort KEY       captureDate (default), importDate, name, rating, editDate, fileSize\n"
-       "  --ascending      oldest, smallest or A first (default: newest first)\n"
-       "With --json, prints the photo records as a JSON array.",
-       {{"--edited", "--ascending"}, {"--min-rating", "--flag", "--label", "--folder", "--collection", "--sort"}},
-       list});
-  table.push_back({"rate", "rate IDS N", "Set the star rating (0 to 5) of photos",
-                   "Every id must be in the library; otherwise nothing changes.", {}, rate});
-  table.push_back({"flag", "flag IDS pick|reject|none", "Flag photos as picks or rejects, or clear the flag",
-                   "Every id must be in the library; otherwise nothing changes.", {}, flag});
-  table.push_back({"label", "label IDS red|yellow|green|blue|purple|none", "Set or clear the colour label of photos",
-                   "Every id must be in the library; otherwise nothing changes.", {}, label});
-  table.push_back({"keywords", "keywords [ID]", "List a photo's keywords, or every keyword with its photo count",
-                   "", {}, keywords});
-  table.push_back({"keyword", "keyword add IDS WORDS | keyword remove IDS WORD",
+  table.push_back({"list",
+                   "list [SEARCH] [--min-rating N] [--flag F] [--label KEY]... [--folder PATH] [--collection "
+                   "ID] [--edited] "
+                   "[--sort KEY] [--ascending]",
+                   "List and search photos",
+                   "Prints one line per photo: id, file name, rating, flag, label, capture date and the\n"
+                   "capture summary. SEARCH may be several words; every word must match.\n"
+                   "Search words: plain words match name, camera, lens and keywords; key:value tokens\n"
+                   "filter one field: rating:>=3 (or stars:), iso:>800, flag:pick|reject, label:red,\n"
+                   "camera:canon, lens:50, name:IMG_ (or file:), keyword:sky (or kw:, tag:), type:raw,\n"
+                   "type:heic, edited:yes. Quote values with blanks: camera:\"EOS R5\". A rating or iso\n"
+                   "comparison that is not a whole number is ignored.\n\n"
+                   "  --min-rating N   at least N stars (0 to 5)\n"
+                   "  --flag F         any, picks, rejects, unflagged or notRejected\n"
+                   "  --label KEY      red, yellow, green, blue or purple; repeat for several\n"
+                   "  --folder PATH    photos in this folder and its subfolders\n"
+                   "  --collection ID  photos in this collection\n"
+                   "  --edited         only edited photos\n"
+                   "  --sort KEY       captureDate (default), importDate, name, rating, editDate, fileSize\n"
+                   "  --ascending      oldest, smallest or A first (default: newest first)\n"
+                   "With --json, prints the photo records as a JSON array.",
+                   {{"--edited", "--ascending"},
+                    {"--min-rating", "--flag", "--label", "--folder", "--collection", "--sort"}},
+                   list});
+  table.push_back({"rate",
+                   "rate IDS N",
+                   "Set the star rating (0 to 5) of photos",
+                   "Every id must be in the library; otherwise nothing changes.",
+                   {},
+                   rate});
+  table.push_back({"flag",
+                   "flag IDS pick|reject|none",
+                   "Flag photos as picks or rejects, or clear the flag",
+                   "Every id must be in the library; otherwise nothing changes.",
+                   {},
+                   flag});
+  table.push_back({"label",
+                   "label IDS red|yellow|green|blue|purple|none",
+                   "Set or clear the colour label of photos",
+                   "Every id must be in the library; otherwise nothing changes.",
+                   {},
+                   label});
+  table.push_back({"keywords",
+                   "keywords [ID]",
+                   "List a photo's keywords, or every keyword with its photo count",
+                   "",
+                   {},
+                   keywords});
+  table.push_back({"keyword",
+                   "keyword add IDS WORDS | keyword remove IDS WORD",
                    "Add keywords to photos or remove one",
                    "WORDS are separated by commas or semicolons (\"sky, blue hour; sea\"); words on\n"
                    "the command line after IDS are joined with blanks. Keywords are stored trimmed\n"
                    "and in lower case. Every id must be in the library; otherwise nothing changes.",
-                   {}, keyword});
-  table.push_back({"collection", "collection list|create NAME [IDS]|rename ID NAME|delete ID|add ID IDS|remove ID IDS",
+                   {},
+                   keyword});
+  table.push_back({"collection",
+                   "collection list|create NAME [IDS]|rename ID NAME|delete ID|add ID IDS|remove ID IDS",
                    "List, make, rename and delete collections, and add or remove photos",
                    "create with a name that is taken gives the existing collection. Deleting a\n"
                    "collection keeps its photos in the library.",
-                   {}, collection});
-  table.push_back({"folders", "folders", "List the import folders and the number of photos per folder", "", {},
-                   folders});
-  table.push_back({"remove", "remove IDS [--yes]", "Remove photos from the library (the files stay untouched)",
+                   {},
+                   collection});
+  table.push_back(
+      {"folders", "folders", "List the import folders and the number of photos per folder", "", {}, folders});
+  table.push_back({"remove",
+                   "remove IDS [--yes]",
+                   "Remove photos from the library (the files stay untouched)",
                    "Removes the photos with their keywords, collection places, history and snapshots,\n"
                    "and their cached thumbnails. The photo files themselves are never touched.\n"
                    "Asks first on a terminal; elsewhere --yes (or -y) is required.\n\n"
                    "  --yes, -y   do not ask",
-                   {{"--yes", "-y"}, {}}, removePhotos});
+                   {{"--yes", "-y"}, {}},
+                   removePhotos});
 }
 
 }  // namespace lumivale::cli

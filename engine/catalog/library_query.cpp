@@ -15,7 +15,7 @@ namespace {
 // ---- UTF-8 -----------------------------------------------------------------
 
 struct CodePoint {
-  char32_t value;  ///< the code point, or the lone byte when the sequence is invalid
+  char32_t value;      ///< the code point, or the lone byte when the sequence is invalid
   std::size_t length;  ///< bytes taken from the text, at least 1
   bool valid;
 };
@@ -69,8 +69,19 @@ void appendUtf8(std::string& out, char32_t c) {
 // Unicode spaces a phone keyboard or a pasted text may bring along.
 bool isWhiteSpace(char32_t c) {
   switch (c) {
-    case U' ': case U'\t': case U'\n': case U'\v': case U'\f': case U'\r':
-    case 0x85: case 0xA0: case 0x1680: case 0x2028: case 0x2029: case 0x202F: case 0x205F:
+    case U' ':
+    case U'\t':
+    case U'\n':
+    case U'\v':
+    case U'\f':
+    case U'\r':
+    case 0x85:
+    case 0xA0:
+    case 0x1680:
+    case 0x2028:
+    case 0x2029:
+    case 0x202F:
+    case 0x205F:
     case 0x3000:
       return true;
     default:
@@ -200,7 +211,7 @@ const std::vector<FlagFilter>& allFlagFilters() {
 
 const std::vector<SortOrder>& allSortOrders() {
   static const std::vector<SortOrder> all{SortOrder::captureDate, SortOrder::importDate, SortOrder::name,
-                                          SortOrder::rating, SortOrder::editDate, SortOrder::fileSize};
+                                          SortOrder::rating,      SortOrder::editDate,   SortOrder::fileSize};
   return all;
 }
 
@@ -212,102 +223,150 @@ const std::vector<ColorLabel>& allColorLabels() {
 
 std::string_view key(FlagFilter filter) {
   switch (filter) {
-    case FlagFilter::any: return "any";
-    case FlagFilter::picks: return "picks";
-    case FlagFilter::rejects: return "rejects";
-    case FlagFilter::unflagged: return "unflagged";
-    case FlagFilter::notRejected: return "notRejected";
+    case FlagFilter::any:
+      return "any";
+    case FlagFilter::picks:
+      return "picks";
+    case FlagFilter::rejects:
+      return "rejects";
+    case FlagFilter::unflagged:
+      return "unflagged";
+    case FlagFilter::notRejected:
+      return "notRejected";
   }
   return "any";
 }
 
 std::string_view title(FlagFilter filter) {
   switch (filter) {
-    case FlagFilter::any: return "All flags";
-    case FlagFilter::picks: return "Picks only";
-    case FlagFilter::rejects: return "Rejected only";
-    case FlagFilter::unflagged: return "Unflagged";
-    case FlagFilter::notRejected: return "Hide rejected";
+    case FlagFilter::any:
+      return "All flags";
+    case FlagFilter::picks:
+      return "Picks only";
+    case FlagFilter::rejects:
+      return "Rejected only";
+    case FlagFilter::unflagged:
+      return "Unflagged";
+    case FlagFilter::notRejected:
+      return "Hide rejected";
   }
   return "All flags";
 }
 
 std::string_view condition(FlagFilter filter) {
   switch (filter) {
-    case FlagFilter::any: return "";
-    case FlagFilter::picks: return "flag = 1";
-    case FlagFilter::rejects: return "flag = -1";
-    case FlagFilter::unflagged: return "flag = 0";
-    case FlagFilter::notRejected: return "flag >= 0";
+    case FlagFilter::any:
+      return "";
+    case FlagFilter::picks:
+      return "flag = 1";
+    case FlagFilter::rejects:
+      return "flag = -1";
+    case FlagFilter::unflagged:
+      return "flag = 0";
+    case FlagFilter::notRejected:
+      return "flag >= 0";
   }
   return "";
 }
 
 std::string_view key(SortOrder order) {
   switch (order) {
-    case SortOrder::captureDate: return "captureDate";
-    case SortOrder::importDate: return "importDate";
-    case SortOrder::name: return "name";
-    case SortOrder::rating: return "rating";
-    case SortOrder::editDate: return "editDate";
-    case SortOrder::fileSize: return "fileSize";
+    case SortOrder::captureDate:
+      return "captureDate";
+    case SortOrder::importDate:
+      return "importDate";
+    case SortOrder::name:
+      return "name";
+    case SortOrder::rating:
+      return "rating";
+    case SortOrder::editDate:
+      return "editDate";
+    case SortOrder::fileSize:
+      return "fileSize";
   }
   return "captureDate";
 }
 
 std::string_view title(SortOrder order) {
   switch (order) {
-    case SortOrder::captureDate: return "Capture date";
-    case SortOrder::importDate: return "Import date";
-    case SortOrder::name: return "File name";
-    case SortOrder::rating: return "Rating";
-    case SortOrder::editDate: return "Edit date";
-    case SortOrder::fileSize: return "File size";
+    case SortOrder::captureDate:
+      return "Capture date";
+    case SortOrder::importDate:
+      return "Import date";
+    case SortOrder::name:
+      return "File name";
+    case SortOrder::rating:
+      return "Rating";
+    case SortOrder::editDate:
+      return "Edit date";
+    case SortOrder::fileSize:
+      return "File size";
   }
   return "Capture date";
 }
 
 std::string_view orderExpression(SortOrder order) {
   switch (order) {
-    case SortOrder::captureDate: return "COALESCE(capture, imported)";
-    case SortOrder::importDate: return "imported";
-    case SortOrder::name: return "name COLLATE NOCASE";
-    case SortOrder::rating: return "rating";
-    case SortOrder::editDate: return "COALESCE(editDate, 0)";
-    case SortOrder::fileSize: return "size";
+    case SortOrder::captureDate:
+      return "COALESCE(capture, imported)";
+    case SortOrder::importDate:
+      return "imported";
+    case SortOrder::name:
+      return "name COLLATE NOCASE";
+    case SortOrder::rating:
+      return "rating";
+    case SortOrder::editDate:
+      return "COALESCE(editDate, 0)";
+    case SortOrder::fileSize:
+      return "size";
   }
   return "COALESCE(capture, imported)";
 }
 
 std::string_view key(ColorLabel label) {
   switch (label) {
-    case ColorLabel::red: return "red";
-    case ColorLabel::yellow: return "yellow";
-    case ColorLabel::green: return "green";
-    case ColorLabel::blue: return "blue";
-    case ColorLabel::purple: return "purple";
+    case ColorLabel::red:
+      return "red";
+    case ColorLabel::yellow:
+      return "yellow";
+    case ColorLabel::green:
+      return "green";
+    case ColorLabel::blue:
+      return "blue";
+    case ColorLabel::purple:
+      return "purple";
   }
   return "red";
 }
 
 std::string_view title(ColorLabel label) {
   switch (label) {
-    case ColorLabel::red: return "Red";
-    case ColorLabel::yellow: return "Yellow";
-    case ColorLabel::green: return "Green";
-    case ColorLabel::blue: return "Blue";
-    case ColorLabel::purple: return "Purple";
+    case ColorLabel::red:
+      return "Red";
+    case ColorLabel::yellow:
+      return "Yellow";
+    case ColorLabel::green:
+      return "Green";
+    case ColorLabel::blue:
+      return "Blue";
+    case ColorLabel::purple:
+      return "Purple";
   }
   return "Red";
 }
 
 std::string_view shortcut(ColorLabel label) {
   switch (label) {
-    case ColorLabel::red: return "6";
-    case ColorLabel::yellow: return "7";
-    case ColorLabel::green: return "8";
-    case ColorLabel::blue: return "9";
-    case ColorLabel::purple: return "";
+    case ColorLabel::red:
+      return "6";
+    case ColorLabel::yellow:
+      return "7";
+    case ColorLabel::green:
+      return "8";
+    case ColorLabel::blue:
+      return "9";
+    case ColorLabel::purple:
+      return "";
   }
   return "";
 }
@@ -430,7 +489,8 @@ std::string trimmed(std::string_view text) {
   // 10xxxxxx, so the lead byte is the last one that is not.
   while (end > begin) {
     std::size_t start = end - 1;
-    while (start > begin && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80 && end - start < 4) --start;
+    while (start > begin && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80 && end - start < 4)
+      --start;
     CodePoint c = decodeAt(text, start);
     if (!c.valid || start + c.length != end || !isWhiteSpace(c.value)) break;
     end = start;
@@ -455,7 +515,7 @@ std::string trimmed(std::string_view text) {
 namespace {
 
 struct SortKey {
-  int rank = 0;  // 0 NULL, 1 number, 2 text, 3 blob
+  int rank = 0;            // 0 NULL, 1 number, 2 text, 3 blob
   long double number = 0;  // holds every int64 and every double exactly
   std::string bytes;
   std::int64_t id = 0;

@@ -63,10 +63,10 @@ struct WhereClause {
 };
 
 struct LibraryQuery {
-  std::string text;  ///< search field text, see `tokens`
+  std::string text;   ///< search field text, see `tokens`
   int minRating = 0;  ///< minimum stars; 0 means no rating filter
   FlagFilter flag = FlagFilter::any;
-  std::set<std::string> labels;  ///< label keys to show; empty means all
+  std::set<std::string> labels;       ///< label keys to show; empty means all
   std::optional<std::string> folder;  ///< absolute folder; includes its subfolders
   std::optional<std::int64_t> collection;
   bool editedOnly = false;

@@ -51,7 +51,8 @@ TEST(LibraryQueryEnumsTest, KeysTitlesAndParsingAgree) {
   }
   EXPECT_EQ(labels, "red yellow green blue purple ");
   EXPECT_EQ(shortcuts, "6,7,8,9,,");
-  for (const char* bad : {"", "Any", "pick", "notrejected", " any"}) EXPECT_FALSE(flagFilterFromKey(bad)) << bad;
+  for (const char* bad : {"", "Any", "pick", "notrejected", " any"})
+    EXPECT_FALSE(flagFilterFromKey(bad)) << bad;
   for (const char* bad : {"", "date", "Name", "capturedate"}) EXPECT_FALSE(sortOrderFromKey(bad)) << bad;
   for (const char* bad : {"", "Red", "orange", "none"}) EXPECT_FALSE(colorLabelFromKey(bad)) << bad;
 }
@@ -111,14 +112,13 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(TokenCase{"", {}}, TokenCase{"   \t\n ", {}}, TokenCase{"sky", {"sky"}},
                       TokenCase{"  sky   sea ", {"sky", "sea"}},
                       TokenCase{"camera:\"EOS R5\" sky", {"camera:EOS R5", "sky"}},
-                      TokenCase{"\"new york\"", {"new york"}},
-                      TokenCase{"a\"b c\"d e", {"ab cd", "e"}},
+                      TokenCase{"\"new york\"", {"new york"}}, TokenCase{"a\"b c\"d e", {"ab cd", "e"}},
                       // An unbalanced quote groups to the end of the text.
-                      TokenCase{"sky \"open ended", {"sky", "open ended"}},
-                      TokenCase{"\"", {}}, TokenCase{"\"\"", {}}, TokenCase{"\" \"", {" "}},
-                      TokenCase{"x\"\"y", {"xy"}},
+                      TokenCase{"sky \"open ended", {"sky", "open ended"}}, TokenCase{"\"", {}},
+                      TokenCase{"\"\"", {}}, TokenCase{"\" \"", {" "}}, TokenCase{"x\"\"y", {"xy"}},
                       // Unicode spaces separate too; other characters are kept whole.
-                      TokenCase{"caf\u00e9\u00a0na\u00efve\u3000\u65e5\u672c", {"caf\u00e9", "na\u00efve", "\u65e5\u672c"}},
+                      TokenCase{"caf\u00e9\u00a0na\u00efve\u3000\u65e5\u672c",
+                                {"caf\u00e9", "na\u00efve", "\u65e5\u672c"}},
                       // Bytes that are not UTF-8 stay in their token.
                       TokenCase{"a\xff\xfe b", {"a\xff\xfe", "b"}}));
 
@@ -145,42 +145,32 @@ INSTANTIATE_TEST_SUITE_P(
     Tokens, SearchTokenTest,
     ::testing::Values(
         SearchCase{"rating:>=4 flag:pick", "rating >= ? AND flag = 1", {4}},
-        SearchCase{"sunset", anyField, anyParams("sunset")},
-        SearchCase{"stars:2", "rating = ?", {2}},
-        SearchCase{"RATING:<=2", "rating <= ?", {2}},
-        SearchCase{"rating:>3", "rating > ?", {3}},
-        SearchCase{"rating:=0", "rating = ?", {0}},
-        SearchCase{"iso:<800", "iso < ?", {800}},
-        SearchCase{"iso:+6400", "iso = ?", {6400}},
-        SearchCase{"iso:>=-1", "iso >= ?", {-1}},
+        SearchCase{"sunset", anyField, anyParams("sunset")}, SearchCase{"stars:2", "rating = ?", {2}},
+        SearchCase{"RATING:<=2", "rating <= ?", {2}}, SearchCase{"rating:>3", "rating > ?", {3}},
+        SearchCase{"rating:=0", "rating = ?", {0}}, SearchCase{"iso:<800", "iso < ?", {800}},
+        SearchCase{"iso:+6400", "iso = ?", {6400}}, SearchCase{"iso:>=-1", "iso >= ?", {-1}},
         // Not a whole number: the comparison is left out rather than failing.
-        SearchCase{"rating:>=abc", "", {}},
-        SearchCase{"rating:>=", "", {}},
-        SearchCase{"iso:4.5", "", {}},
+        SearchCase{"rating:>=abc", "", {}}, SearchCase{"rating:>=", "", {}}, SearchCase{"iso:4.5", "", {}},
         SearchCase{"iso:99999999999999999999", "", {}},
         SearchCase{"rating:=>3 sky", anyField, anyParams("sky")},
         SearchCase{"rating:>=abc iso:>100", "iso > ?", {100}},
         // A key without a value, or no key at all, is a plain word.
-        SearchCase{"iso:", anyField, anyParams("iso:")},
-        SearchCase{":", anyField, anyParams(":")},
-        SearchCase{"::", anyField, anyParams("::")},
-        SearchCase{":sky", anyField, anyParams(":sky")},
+        SearchCase{"iso:", anyField, anyParams("iso:")}, SearchCase{":", anyField, anyParams(":")},
+        SearchCase{"::", anyField, anyParams("::")}, SearchCase{":sky", anyField, anyParams(":sky")},
         SearchCase{"when:today", anyField, anyParams("when:today")},
-        SearchCase{"flag:picked", "flag = 1", {}},
-        SearchCase{"flag:rejects", "flag = -1", {}},
-        SearchCase{"flag:none", "flag = 0", {}},
-        SearchCase{"label:red", "label = ?", {"red"}},
+        SearchCase{"flag:picked", "flag = 1", {}}, SearchCase{"flag:rejects", "flag = -1", {}},
+        SearchCase{"flag:none", "flag = 0", {}}, SearchCase{"label:red", "label = ?", {"red"}},
         SearchCase{"color:blue", "label = ?", {"blue"}},
         SearchCase{"camera:\"EOS R5\"", "camera LIKE ?", {"%EOS R5%"}},
         SearchCase{"lens:50mm", "lens LIKE ?", {"%50mm%"}},
         SearchCase{"file:IMG_1", "name LIKE ?", {"%IMG_1%"}},
         SearchCase{"name:a:b", "name LIKE ?", {"%a:b%"}},
         SearchCase{"kw:Sky", "id IN (SELECT photo FROM keywords WHERE word LIKE ?)", {"%sky%"}},
-        SearchCase{"tag:\u00c9T\u00c9", "id IN (SELECT photo FROM keywords WHERE word LIKE ?)", {"%\u00e9t\u00e9%"}},
+        SearchCase{
+            "tag:\u00c9T\u00c9", "id IN (SELECT photo FROM keywords WHERE word LIKE ?)", {"%\u00e9t\u00e9%"}},
         SearchCase{"type:raw", "raw = 1", {}},
         SearchCase{"type:HEIC", "(raw = 0 AND ext LIKE ?)", {"%heic%"}},
-        SearchCase{"edited:Yes edited:1 edited:no",
-                   "edited = 1 AND edited = 1 AND edited = 0", {}}));
+        SearchCase{"edited:Yes edited:1 edited:no", "edited = 1 AND edited = 1 AND edited = 0", {}}));
 
 // SQL typed into the search field only ever becomes parameters: five tokens,
 // five fixed conditions joined with AND.
@@ -199,7 +189,8 @@ TEST(SearchTokenSqlTest, SqlInTheSearchTextStaysAParameter) {
 
 TEST(TextTest, LowercasesUnicodeAndKeepsBrokenBytes) {
   EXPECT_EQ(lowercased("Sky"), "sky");
-  EXPECT_EQ(lowercased("\u00c9T\u00c9 \u041c\u041e\u0421\u041a\u0412\u0410"), "\u00e9t\u00e9 \u043c\u043e\u0441\u043a\u0432\u0430");
+  EXPECT_EQ(lowercased("\u00c9T\u00c9 \u041c\u041e\u0421\u041a\u0412\u0410"),
+            "\u00e9t\u00e9 \u043c\u043e\u0441\u043a\u0432\u0430");
   EXPECT_EQ(lowercased("A\xff\xc3"), "a\xff\xc3");
   EXPECT_EQ(lowercased("\xe6\x97\xa5"), "\xe6\x97\xa5");
 }
@@ -289,8 +280,8 @@ TEST_F(QueryCatalogTest, FolderScopeTakesSubfoldersButNotLookalikes) {
   EXPECT_EQ(inFolder("/a_b"), (Ids{underscore}));
   EXPECT_EQ(inFolder("/p%"), (Ids{percent}));
   EXPECT_EQ(inFolder("/a"), (Ids{ab, abc, abSibling, dash, slashName}));
-  EXPECT_EQ(inFolder("/"), (Ids{ab, abc, abSibling, upper, underscore, lookalike, percent, percentOther, dash,
-                                slashName}));
+  EXPECT_EQ(inFolder("/"),
+            (Ids{ab, abc, abSibling, upper, underscore, lookalike, percent, percentOther, dash, slashName}));
   EXPECT_EQ(inFolder("//"), inFolder("/"));
   EXPECT_EQ(inFolder("/nowhere"), (Ids{}));
 }
@@ -387,13 +378,30 @@ class SortAgreementTest : public QueryCatalogTest,
                           public ::testing::WithParamInterface<std::tuple<SortOrder, bool>> {};
 
 TEST_P(SortAgreementTest, MatchesSqliteOrderBy) {
-  std::vector<SQLValue> odd{SQLValue(), SQLValue(std::int64_t{5}), SQLValue(5.0), SQLValue(4.5),
-                            SQLValue(std::int64_t{-3}), SQLValue("5"), SQLValue("abc"), SQLValue("ABC"),
-                            SQLValue(Blob{1, 2}), SQLValue(Blob{}), SQLValue(std::int64_t{9007199254740993}),
+  std::vector<SQLValue> odd{SQLValue(),
+                            SQLValue(std::int64_t{5}),
+                            SQLValue(5.0),
+                            SQLValue(4.5),
+                            SQLValue(std::int64_t{-3}),
+                            SQLValue("5"),
+                            SQLValue("abc"),
+                            SQLValue("ABC"),
+                            SQLValue(Blob{1, 2}),
+                            SQLValue(Blob{}),
+                            SQLValue(std::int64_t{9007199254740993}),
                             SQLValue(9007199254740992.0)};
-  std::vector<SQLValue> names{SQLValue("b.jpg"), SQLValue("B.jpg"), SQLValue("a.JPG"), SQLValue("\u00e9t\u00e9.heic"),
-                              SQLValue("\u00c9t\u00e9.heic"), SQLValue("_x.png"), SQLValue("[x].png"), SQLValue(),
-                              SQLValue(std::int64_t{7}), SQLValue("b.jpg2"), SQLValue(""), SQLValue(Blob{'b'})};
+  std::vector<SQLValue> names{SQLValue("b.jpg"),
+                              SQLValue("B.jpg"),
+                              SQLValue("a.JPG"),
+                              SQLValue("\u00e9t\u00e9.heic"),
+                              SQLValue("\u00c9t\u00e9.heic"),
+                              SQLValue("_x.png"),
+                              SQLValue("[x].png"),
+                              SQLValue(),
+                              SQLValue(std::int64_t{7}),
+                              SQLValue("b.jpg2"),
+                              SQLValue(""),
+                              SQLValue(Blob{'b'})};
   std::uint32_t seed = 12345;
   auto next = [&](std::size_t n) {
     seed = seed * 1664525u + 1013904223u;
@@ -401,7 +409,8 @@ TEST_P(SortAgreementTest, MatchesSqliteOrderBy) {
   };
   for (int i = 0; i < 300; ++i) {
     library.db().run(
-        "INSERT INTO photos(path, folder, name, capture, imported, rating, editDate, size) VALUES(?,?,?,?,?,?,?,?)",
+        "INSERT INTO photos(path, folder, name, capture, imported, rating, editDate, size) "
+        "VALUES(?,?,?,?,?,?,?,?)",
         {"/p/" + std::to_string(i), "/p", names[next(names.size())], odd[next(odd.size())],
          odd[next(odd.size())], odd[next(odd.size())], odd[next(odd.size())], odd[next(odd.size())]});
   }
@@ -413,11 +422,13 @@ TEST_P(SortAgreementTest, MatchesSqliteOrderBy) {
     q.minRating = minRating;
     WhereClause where = q.whereClause();
     Ids expected;
-    for (const SQLRow& row : library.db().query("SELECT id FROM photos" + where.sql + q.orderClause(), where.params)) {
+    for (const SQLRow& row :
+         library.db().query("SELECT id FROM photos" + where.sql + q.orderClause(), where.params)) {
       expected.push_back(*row[0].intValue());
     }
     ASSERT_GT(expected.size(), 20u);
-    EXPECT_EQ(ids(q), expected) << key(sort) << (ascending ? " ascending" : " descending") << " min " << minRating;
+    EXPECT_EQ(ids(q), expected) << key(sort) << (ascending ? " ascending" : " descending") << " min "
+                                << minRating;
   }
 }
 

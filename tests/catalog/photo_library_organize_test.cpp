@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -22,11 +21,11 @@ using Words = std::vector<std::string>;
 // equal dumps mean an unchanged catalog.
 std::string dumpTables(PhotoLibrary& library) {
   std::string text;
-  for (const char* sql : {"SELECT * FROM photos ORDER BY id", "SELECT * FROM keywords ORDER BY photo, word",
-                          "SELECT * FROM collections ORDER BY id",
-                          "SELECT * FROM collection_items ORDER BY collection, photo",
-                          "SELECT photo, seq, name, edits, date FROM history ORDER BY photo, seq",
-                          "SELECT * FROM snapshots ORDER BY id"}) {
+  for (const char* sql :
+       {"SELECT * FROM photos ORDER BY id", "SELECT * FROM keywords ORDER BY photo, word",
+        "SELECT * FROM collections ORDER BY id", "SELECT * FROM collection_items ORDER BY collection, photo",
+        "SELECT photo, seq, name, edits, date FROM history ORDER BY photo, seq",
+        "SELECT * FROM snapshots ORDER BY id"}) {
     text += sql;
     text += "\n";
     for (const SQLRow& row : library.db().query(sql)) {
@@ -69,8 +68,8 @@ class OrganizeTest : public ::testing::Test {
 TEST_F(OrganizeTest, RatingIsClampedAndOtherPhotosUntouched) {
   auto a = addPhoto("/p/a.jpg");
   auto b = addPhoto("/p/b.jpg");
-  for (auto [given, stored] : std::vector<std::pair<int, int>>{{7, 5}, {-2, 0}, {3, 3}, {5, 5}, {0, 0},
-                                                                {1000000, 5}, {-1000000, 0}}) {
+  for (auto [given, stored] : std::vector<std::pair<int, int>>{
+           {7, 5}, {-2, 0}, {3, 3}, {5, 5}, {0, 0}, {1000000, 5}, {-1000000, 0}}) {
     library.setRating({a, 999}, given);
     EXPECT_EQ(library.photo(a)->rating, stored) << given;
   }
@@ -111,9 +110,8 @@ TEST_F(OrganizeTest, KeywordsAreTrimmedLowercasedAndUnique) {
 TEST_F(OrganizeTest, AddKeywordsIsAllOrNothing) {
   auto a = addPhoto("/p/a.jpg");
   auto b = addPhoto("/p/b.jpg");
-  library.db().exec(
-      "CREATE TRIGGER refuse BEFORE INSERT ON keywords WHEN NEW.photo = " + std::to_string(b) +
-      " AND NEW.word = 'boom' BEGIN SELECT RAISE(ABORT, 'refused'); END");
+  library.db().exec("CREATE TRIGGER refuse BEFORE INSERT ON keywords WHEN NEW.photo = " + std::to_string(b) +
+                    " AND NEW.word = 'boom' BEGIN SELECT RAISE(ABORT, 'refused'); END");
   EXPECT_THROW(library.addKeywords({a, b}, {"calm", "boom"}), SQLError);
   EXPECT_EQ(library.keywords(a), (Words{}));
   EXPECT_EQ(library.allKeywords().size(), 0u);
@@ -219,7 +217,8 @@ TEST_F(OrganizeTest, FailedRemoveKeepsRowsAndThumbnails) {
   std::string before = dumpTables(library);
   EXPECT_THROW(library.remove(ids), SQLError);
   EXPECT_EQ(dumpTables(library), before);
-  for (auto id : ids) EXPECT_TRUE(std::filesystem::exists(library.thumbFolder() / (std::to_string(id) + ".jpg")));
+  for (auto id : ids)
+    EXPECT_TRUE(std::filesystem::exists(library.thumbFolder() / (std::to_string(id) + ".jpg")));
 }
 
 // A process killed in the middle of a large removal must leave the catalog

@@ -39,9 +39,9 @@ class OrganizeCliTest : public ::testing::Test {
                 P{"/pics/trip/IMG_2.jpg", "/pics/trip", 300, "Canon EOS R5"},
                 P{"/pics/trip/sub/DSC_3.NEF", "/pics/trip/sub", 200, "NIKON Z 6"},
                 P{"/pics/tripod/DSC_4.NEF", "/pics/tripod", 100, "NIKON Z 6"}}) {
-      library->db().run("INSERT INTO photos(path, folder, name, capture, imported, camera) VALUES(?,?,?,?,0,?)",
-                        {p.path, p.folder, std::filesystem::path(p.path).filename().string(), p.capture,
-                         p.camera});
+      library->db().run(
+          "INSERT INTO photos(path, folder, name, capture, imported, camera) VALUES(?,?,?,?,0,?)",
+          {p.path, p.folder, std::filesystem::path(p.path).filename().string(), p.capture, p.camera});
     }
     library->db().run("INSERT INTO folders(path, added) VALUES('/pics/trip', 0), ('/pics/tripod', 0)");
   }
@@ -66,12 +66,13 @@ class OrganizeCliTest : public ::testing::Test {
 
   std::string dump() {
     std::string text;
-    for (const char* sql : {"SELECT id, rating, flag, label FROM photos ORDER BY id",
-                            "SELECT * FROM keywords ORDER BY photo, word",
-                            "SELECT id, name FROM collections ORDER BY id",
-                            "SELECT * FROM collection_items ORDER BY collection, photo"}) {
+    for (const char* sql :
+         {"SELECT id, rating, flag, label FROM photos ORDER BY id",
+          "SELECT * FROM keywords ORDER BY photo, word", "SELECT id, name FROM collections ORDER BY id",
+          "SELECT * FROM collection_items ORDER BY collection, photo"}) {
       for (const SQLRow& row : library->db().query(sql)) {
-        for (const SQLValue& v : row) text += v.stringValue().value_or(std::to_string(v.intValue().value_or(0))) + "|";
+        for (const SQLValue& v : row)
+          text += v.stringValue().value_or(std::to_string(v.intValue().value_or(0))) + "|";
         text += "\n";
       }
       text += "--\n";
@@ -207,7 +208,8 @@ TEST_F(OrganizeCliTest, CollectionsFromCreateToDelete) {
 
   r = run({"--json", "collection", "list"});
   EXPECT_EQ(r.json(), Json::parse(R"([{"id":)" + std::to_string(id) + R"(,"name":"Alps","count":2},
-                                      {"id":)" + std::to_string(id + 1) + R"(,"name":"best","count":0}])"));
+                                      {"id":)" +
+                                  std::to_string(id + 1) + R"(,"name":"best","count":0}])"));
   ASSERT_EQ(run({"collection", "delete", std::to_string(id)}).status, 0);
   EXPECT_EQ(library->collections().size(), 1u);
   EXPECT_EQ(library->count(), 4);

@@ -1,5 +1,7 @@
 #include "engine/catalog/library_location.h"
 
+#include "engine/catalog/folder_listing.h"
+
 #include <cstdio>
 #include <cstdlib>
 
@@ -16,13 +18,6 @@ std::string trimmed(std::string text) {
     text.pop_back();
   }
   return text;
-}
-
-// An absolute, normalised folder path without a trailing separator.
-std::filesystem::path cleanFolder(const std::string& text) {
-  std::filesystem::path p = std::filesystem::absolute(text).lexically_normal();
-  if (!p.has_filename() && p.has_relative_path()) p = p.parent_path();
-  return p;
 }
 
 }  // namespace
@@ -47,10 +42,10 @@ std::filesystem::path picturesFolder() {
 
 std::filesystem::path resolveLibraryFolder(const std::optional<std::string>& fromCommandLine) {
   if (fromCommandLine && !fromCommandLine->empty()) {
-    return cleanFolder(*fromCommandLine);
+    return standardizedPath(*fromCommandLine);
   }
   if (const char* env = std::getenv("LUMIVALE_LIBRARY"); env && *env) {
-    return cleanFolder(env);
+    return standardizedPath(env);
   }
   return picturesFolder() / libraryFolderName;
 }

@@ -11,13 +11,17 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "engine/catalog/photo_meta.h"
+#include "engine/catalog/library_query.h"
 #include "engine/catalog/photo_record.h"
 #include "engine/catalog/sqlite_db.h"
 
@@ -41,6 +45,14 @@ struct ImportResult {
 
 /// Told (files handled so far, files to handle) while an import inserts.
 using ImportProgress = std::function<void(int handled, int total)>;
+
+/// A user collection and the number of photos in it.
+struct Collection {
+  std::int64_t id = 0;
+  std::string name;
+  int count = 0;
+  bool operator==(const Collection&) const = default;
+};
 
 class PhotoLibrary {
  public:
@@ -69,6 +81,9 @@ class PhotoLibrary {
 
   /// The photo with this id, or nothing.
   std::optional<PhotoRecord> photo(std::int64_t id);
+
+  /// The photos the query chooses, in its order; empty when the read fails.
+  std::vector<PhotoRecord> photos(const LibraryQuery& query);
 
   /// Number of photos in the catalog; 0 when it cannot be read.
   int count();
@@ -101,6 +116,55 @@ class PhotoLibrary {
   ImportResult insertPhotos(const std::vector<std::filesystem::path>& files,
                             const std::vector<std::optional<PhotoMeta>>& metas,
                             const ImportProgress& progress = {});
+
+  // Organising
+  //
+  // Writes that take a list of ids change each listed photo; an id that is
+  // not in the catalog is passed over. Single-statement-per-id writes stop at
+  // the first failing statement; `addKeywords` and `remove` are one
+  // transaction each. Reads never throw.
+
+  /// Stores the rating clamped to 0...5.
+  void setRating(const std::vector<std::int64_t>& ids, int rating);
+  /// 1 pick, 0 none, -1 reject; stored as given.
+  void setFlag(const std::vector<std::int64_t>& ids, int flag);
+  /// A colour label key, or empty to clear the label.
+  void setLabel(const std::vector<std::int64_t>& ids, const std::string& label);
+
+  /// The photo's keywords in order.
+  std::vector<std::string> keywords(std::int64_t id);
+  /// Every keyword in order with the number of photos that carry it.
+  std::vector<std::pair<std::string, int>> allKeywords();
+  /// Adds each word, trimmed and lower-cased, to each photo; a word that is
+  /// empty after trimming is left out. One transaction.
+  void addKeywords(const std::vector<std::int64_t>& ids, const std::vector<std::string>& words);
+  /// Removes the word (normalised as `addKeywords` stores it) from each photo.
+  void removeKeyword(const std::vector<std::int64_t>& ids, const std::string& word);
+
+  /// Every collection, by name without regard to case.
+  std::vector<Collection> collections();
+  /// The id of the collection with this name, made if there is none.
+  std::int64_t createCollection(const std::string& name);
+  /// Throws SQLError when another collection has the name.
+  void renameCollection(std::int64_t id, const std::string& name);
+  /// Deletes the collection and its membership rows; photos stay.
+  void deleteCollection(std::int64_t id);
+  void addToCollection(std::int64_t id, const std::vector<std::int64_t>& photos);
+  void removeFromCollection(std::int64_t id, const std::vector<std::int64_t>& photos);
+  std::set<std::int64_t> collectionsContaining(std::int64_t photo);
+
+  /// The import roots, by path without regard to case.
+  std::vector<std::string> folders();
+  /// Photos per containing folder, keyed by folder path.
+  std::map<std::string, int> folderCounts();
+
+  /// The ids of the list that are not in the catalog, in list order.
+  std::vector<std::int64_t> missingPhotos(const std::vector<std::int64_t>& ids);
+
+  /// Removes the photos and every row that refers to them in one
+  /// transaction, then deletes their cached thumbnails. The photo files are
+  /// never touched. Unknown ids are passed over.
+  void remove(const std::vector<std::int64_t>& ids);
 
  private:
   std::filesystem::path folder_;

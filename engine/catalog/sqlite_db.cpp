@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <memory>
 
 namespace lumivale {
 namespace {
@@ -131,6 +132,46 @@ std::int64_t SQLiteDB::run(const std::string& sql, const std::vector<SQLValue>& 
   return sqlite3_last_insert_rowid(db);
 }
 
+void SQLiteDB::readColumn(sqlite3_stmt* stmt, int c, SQLValue& into) {
+  switch (sqlite3_column_type(stmt, c)) {
+    case SQLITE_INTEGER:
+      into.value = static_cast<std::int64_t>(sqlite3_column_int64(stmt, c));
+      break;
+    case SQLITE_FLOAT:
+      into.value = sqlite3_column_double(stmt, c);
+      break;
+    case SQLITE_TEXT: {
+      auto* text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, c));
+      auto length = static_cast<std::size_t>(sqlite3_column_bytes(stmt, c));
+      // Reuse the buffer of a text already in place (rows read one by one).
+      if (auto* s = std::get_if<std::string>(&into.value)) {
+        if (text) {
+          s->assign(text, length);
+        } else {
+          s->clear();
+        }
+      } else {
+        into.value = text ? std::string(text, length) : std::string();
+      }
+      break;
+    }
+    case SQLITE_BLOB: {
+      auto* bytes = static_cast<const std::uint8_t*>(sqlite3_column_blob(stmt, c));
+      int length = sqlite3_column_bytes(stmt, c);
+      // A blob never reads as NULL, however short.
+      if (!bytes || length < 1) {
+        into.value = Blob{};
+      } else {
+        into.value = Blob(bytes, bytes + length);
+      }
+      break;
+    }
+    default:
+      into.value = SQLValue::Null{};
+      break;
+  }
+}
+
 std::vector<SQLRow> SQLiteDB::query(const std::string& sql, const std::vector<SQLValue>& args) {
   std::lock_guard guard(mutex);
   std::vector<SQLRow> rows;
@@ -142,42 +183,29 @@ std::vector<SQLRow> SQLiteDB::query(const std::string& sql, const std::vector<SQ
   bindArguments(stmt, args);
   const int columns = sqlite3_column_count(stmt);
   while (sqlite3_step(stmt) == SQLITE_ROW) {
-    SQLRow row;
-    row.reserve(columns);
-    for (int c = 0; c < columns; ++c) {
-      switch (sqlite3_column_type(stmt, c)) {
-        case SQLITE_INTEGER:
-          row.emplace_back(static_cast<std::int64_t>(sqlite3_column_int64(stmt, c)));
-          break;
-        case SQLITE_FLOAT:
-          row.emplace_back(sqlite3_column_double(stmt, c));
-          break;
-        case SQLITE_TEXT: {
-          auto* text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, c));
-          int length = sqlite3_column_bytes(stmt, c);
-          row.emplace_back(text ? std::string(text, static_cast<std::size_t>(length)) : std::string());
-          break;
-        }
-        case SQLITE_BLOB: {
-          auto* bytes = static_cast<const std::uint8_t*>(sqlite3_column_blob(stmt, c));
-          int length = sqlite3_column_bytes(stmt, c);
-          // A blob never reads as NULL, however short.
-          if (!bytes || length < 1) {
-            row.emplace_back(Blob{});
-          } else {
-            row.emplace_back(Blob(bytes, bytes + length));
-          }
-          break;
-        }
-        default:
-          row.emplace_back();
-          break;
-      }
-    }
+    SQLRow row(static_cast<std::size_t>(columns));
+    for (int c = 0; c < columns; ++c) readColumn(stmt, c, row[static_cast<std::size_t>(c)]);
     rows.push_back(std::move(row));
   }
   sqlite3_finalize(stmt);
   return rows;
+}
+
+void SQLiteDB::forEachRow(const std::string& sql, const std::vector<SQLValue>& args,
+                          const std::function<void(const SQLRow&)>& body) {
+  std::lock_guard guard(mutex);
+  sqlite3_stmt* stmt = nullptr;
+  if (sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr) != SQLITE_OK || !stmt) {
+    sqlite3_finalize(stmt);
+    return;
+  }
+  std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)> owned(stmt, sqlite3_finalize);
+  bindArguments(stmt, args);
+  SQLRow row(static_cast<std::size_t>(sqlite3_column_count(stmt)));
+  while (sqlite3_step(stmt) == SQLITE_ROW) {
+    for (std::size_t c = 0; c < row.size(); ++c) readColumn(stmt, static_cast<int>(c), row[c]);
+    body(row);
+  }
 }
 
 void SQLiteDB::transaction(const std::function<void()>& body) {

@@ -102,6 +102,13 @@ class SQLiteDB {
   /// list early with the rows read so far.
   std::vector<SQLRow> query(const std::string& sql, const std::vector<SQLValue>& args = {});
 
+  /// Like `query`, but hands each row to `body` as it is read instead of
+  /// keeping them all: for large reads. The row object is reused from one
+  /// call to the next. Never throws on its own; an exception from `body`
+  /// ends the read and passes through.
+  void forEachRow(const std::string& sql, const std::vector<SQLValue>& args,
+                  const std::function<void(const SQLRow&)>& body);
+
   /// Runs `body` between BEGIN IMMEDIATE and COMMIT, holding the lock
   /// throughout. On any failure rolls back and rethrows the first failure
   /// (never the rollback's own error).
@@ -113,6 +120,7 @@ class SQLiteDB {
 
  private:
   static void bindArguments(sqlite3_stmt* stmt, const std::vector<SQLValue>& args);
+  static void readColumn(sqlite3_stmt* stmt, int column, SQLValue& into);
 
   sqlite3* db = nullptr;
   std::recursive_mutex mutex;

@@ -1,0 +1,183 @@
+// Ratings, flags, labels, keywords, collections, folder lists and removal.
+
+#include <algorithm>
+#include <mutex>
+#include <system_error>
+
+#include "engine/catalog/photo_library.h"
+#include "engine/util/clock.h"
+
+namespace lumivale {
+namespace {
+
+std::int64_t firstInt(const std::vector<SQLRow>& rows, std::int64_t fallback = 0) {
+  if (rows.empty() || rows.front().empty()) return fallback;
+  return rows.front().front().intValue().value_or(fallback);
+}
+
+// Keywords are compared and stored in one form so that "Sky", " sky " and
+// "sky" are one keyword.
+std::string normalisedWord(const std::string& word) { return lowercased(trimmed(word)); }
+
+}  // namespace
+
+void PhotoLibrary::setRating(const std::vector<std::int64_t>& ids, int rating) {
+  rating = std::clamp(rating, 0, 5);
+  for (std::int64_t id : ids) db_->run("UPDATE photos SET rating = ? WHERE id = ?", {rating, id});
+}
+
+void PhotoLibrary::setFlag(const std::vector<std::int64_t>& ids, int flag) {
+  for (std::int64_t id : ids) db_->run("UPDATE photos SET flag = ? WHERE id = ?", {flag, id});
+}
+
+void PhotoLibrary::setLabel(const std::vector<std::int64_t>& ids, const std::string& label) {
+  for (std::int64_t id : ids) db_->run("UPDATE photos SET label = ? WHERE id = ?", {label, id});
+}
+
+std::vector<std::string> PhotoLibrary::keywords(std::int64_t id) {
+  std::vector<std::string> words;
+  for (const SQLRow& row : db_->query("SELECT word FROM keywords WHERE photo = ? ORDER BY word", {id})) {
+    if (!row.empty()) words.push_back(row[0].stringValue().value_or(""));
+  }
+  return words;
+}
+
+std::vector<std::pair<std::string, int>> PhotoLibrary::allKeywords() {
+  std::vector<std::pair<std::string, int>> words;
+  for (const SQLRow& row : db_->query("SELECT word, COUNT(*) FROM keywords GROUP BY word ORDER BY word")) {
+    if (row.size() < 2) continue;
+    words.emplace_back(row[0].stringValue().value_or(""), static_cast<int>(row[1].intValue().value_or(0)));
+  }
+  return words;
+}
+
+void PhotoLibrary::addKeywords(const std::vector<std::int64_t>& ids, const std::vector<std::string>& words) {
+  std::vector<std::string> normalised;
+  for (const std::string& word : words) {
+    std::string w = normalisedWord(word);
+    // A blank keyword could never be typed back into a search or removed by
+    // name from the keyword list, so it is not stored at all.
+    if (!w.empty()) normalised.push_back(std::move(w));
+  }
+  if (ids.empty() || normalised.empty()) return;
+  db_->transaction([&] {
+    for (std::int64_t id : ids) {
+      for (const std::string& word : normalised) {
+        db_->run("INSERT OR IGNORE INTO keywords(photo, word) VALUES(?, ?)", {id, word});
+      }
+    }
+  });
+}
+
+void PhotoLibrary::removeKeyword(const std::vector<std::int64_t>& ids, const std::string& word) {
+  std::string w = normalisedWord(word);
+  for (std::int64_t id : ids) db_->run("DELETE FROM keywords WHERE photo = ? AND word = ?", {id, w});
+}
+
+std::vector<Collection> PhotoLibrary::collections() {
+  std::vector<Collection> result;
+  auto rows = db_->query(
+      "SELECT c.id, c.name, (SELECT COUNT(*) FROM collection_items i WHERE i.collection = c.id) "
+      "FROM collections c ORDER BY c.name COLLATE NOCASE");
+  for (const SQLRow& row : rows) {
+    if (row.size() < 3) continue;
+    result.push_back({row[0].intValue().value_or(0), row[1].stringValue().value_or(""),
+                      static_cast<int>(row[2].intValue().value_or(0))});
+  }
+  return result;
+}
+
+std::int64_t PhotoLibrary::createCollection(const std::string& name) {
+  // Held across both statements so the id read back is the one this call
+  // made or found, whatever other threads do meanwhile.
+  std::lock_guard hold(db_->lock());
+  db_->run("INSERT OR IGNORE INTO collections(name, created) VALUES(?, ?)", {name, nowSeconds()});
+  std::int64_t id = firstInt(db_->query("SELECT id FROM collections WHERE name = ?", {name}), 0);
+  if (id == 0) throw SQLError("The collection \"" + name + "\" could not be read back");
+  return id;
+}
+
+void PhotoLibrary::renameCollection(std::int64_t id, const std::string& name) {
+  db_->run("UPDATE collections SET name = ? WHERE id = ?", {name, id});
+}
+
+void PhotoLibrary::deleteCollection(std::int64_t id) {
+  // Two statements, so one transaction: a collection is never left without
+  // its rows or its rows without the collection.
+  db_->transaction([&] {
+    db_->run("DELETE FROM collection_items WHERE collection = ?", {id});
+    db_->run("DELETE FROM collections WHERE id = ?", {id});
+  });
+}
+
+void PhotoLibrary::addToCollection(std::int64_t id, const std::vector<std::int64_t>& photos) {
+  for (std::int64_t photo : photos) {
+    db_->run("INSERT OR IGNORE INTO collection_items(collection, photo) VALUES(?, ?)", {id, photo});
+  }
+}
+
+void PhotoLibrary::removeFromCollection(std::int64_t id, const std::vector<std::int64_t>& photos) {
+  for (std::int64_t photo : photos) {
+    db_->run("DELETE FROM collection_items WHERE collection = ? AND photo = ?", {id, photo});
+  }
+}
+
+std::set<std::int64_t> PhotoLibrary::collectionsContaining(std::int64_t photo) {
+  std::set<std::int64_t> ids;
+  for (const SQLRow& row : db_->query("SELECT collection FROM collection_items WHERE photo = ?", {photo})) {
+    if (!row.empty()) {
+      if (auto id = row[0].intValue()) ids.insert(*id);
+    }
+  }
+  return ids;
+}
+
+std::vector<std::string> PhotoLibrary::folders() {
+  std::vector<std::string> paths;
+  for (const SQLRow& row : db_->query("SELECT path FROM folders ORDER BY path COLLATE NOCASE")) {
+    if (!row.empty()) paths.push_back(row[0].stringValue().value_or(""));
+  }
+  return paths;
+}
+
+std::map<std::string, int> PhotoLibrary::folderCounts() {
+  std::map<std::string, int> counts;
+  for (const SQLRow& row : db_->query("SELECT folder, COUNT(*) FROM photos GROUP BY folder")) {
+    if (row.size() < 2) continue;
+    // A photo row without a folder is counted under the empty path.
+    counts[row[0].stringValue().value_or("")] += static_cast<int>(row[1].intValue().value_or(0));
+  }
+  return counts;
+}
+
+std::vector<std::int64_t> PhotoLibrary::missingPhotos(const std::vector<std::int64_t>& ids) {
+  std::vector<std::int64_t> missing;
+  std::lock_guard hold(db_->lock());
+  for (std::int64_t id : ids) {
+    if (db_->query("SELECT 1 FROM photos WHERE id = ?", {id}).empty()) missing.push_back(id);
+  }
+  return missing;
+}
+
+void PhotoLibrary::remove(const std::vector<std::int64_t>& ids) {
+  if (ids.empty()) return;
+  db_->transaction([&] {
+    for (std::int64_t id : ids) {
+      for (const char* table : {"keywords", "collection_items", "history", "snapshots"}) {
+        db_->run(std::string("DELETE FROM ") + table + " WHERE photo = ?", {id});
+      }
+      db_->run("DELETE FROM photos WHERE id = ?", {id});
+    }
+  });
+  // Only after the commit: a removal that rolls back must leave its photos
+  // with their thumbnails. The files are a cache, so a failure to delete one
+  // (already gone, no permission) changes nothing that matters.
+  for (std::int64_t id : ids) {
+    std::error_code ignored;
+    std::string stem = std::to_string(id);
+    std::filesystem::remove(thumbFolder() / (stem + ".jpg"), ignored);
+    std::filesystem::remove(thumbFolder() / (stem + "-e.jpg"), ignored);
+  }
+}
+
+}  // namespace lumivale

@@ -1,0 +1,303 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+#include "engine/catalog/photo_library.h"
+#include "tests/support/temp_dir.h"
+
+using namespace lumivale;
+
+namespace {
+
+using Ids = std::vector<std::int64_t>;
+using Words = std::vector<std::string>;
+
+// Every row of every table that refers to photos, as text, in a fixed order:
+// equal dumps mean an unchanged catalog.
+std::string dumpTables(PhotoLibrary& library) {
+  std::string text;
+  for (const char* sql :
+       {"SELECT * FROM photos ORDER BY id", "SELECT * FROM keywords ORDER BY photo, word",
+        "SELECT * FROM collections ORDER BY id", "SELECT * FROM collection_items ORDER BY collection, photo",
+        "SELECT photo, seq, name, edits, date FROM history ORDER BY photo, seq",
+        "SELECT * FROM snapshots ORDER BY id"}) {
+    text += sql;
+    text += "\n";
+    for (const SQLRow& row : library.db().query(sql)) {
+      for (const SQLValue& v : row) {
+        if (auto s = v.stringValue()) {
+          text += "'" + *s + "'";
+        } else if (v.kind() == SQLValue::Kind::integer) {
+          text += std::to_string(*v.intValue());
+        } else if (auto d = v.doubleValue()) {
+          text += std::to_string(*d);
+        } else if (auto b = v.dataValue()) {
+          text += "blob" + std::to_string(b->size());
+        } else {
+          text += "NULL";
+        }
+        text += "|";
+      }
+      text += "\n";
+    }
+  }
+  return text;
+}
+
+class OrganizeTest : public ::testing::Test {
+ protected:
+  test::TempDir dir;
+  PhotoLibrary library{dir.path()};
+
+  std::int64_t addPhoto(const std::string& path, const std::string& folder = "/p") {
+    return library.db().run("INSERT INTO photos(path, folder, name, imported) VALUES(?, ?, ?, 0)",
+                            {path, folder, std::filesystem::path(path).filename().string()});
+  }
+
+  int scalar(const std::string& sql, const std::vector<SQLValue>& args = {}) {
+    auto rows = library.db().query(sql, args);
+    return rows.empty() ? -1 : static_cast<int>(rows[0][0].intValue().value_or(-1));
+  }
+};
+
+TEST_F(OrganizeTest, RatingIsClampedAndOtherPhotosUntouched) {
+  auto a = addPhoto("/p/a.jpg");
+  auto b = addPhoto("/p/b.jpg");
+  for (auto [given, stored] : std::vector<std::pair<int, int>>{
+           {7, 5}, {-2, 0}, {3, 3}, {5, 5}, {0, 0}, {1000000, 5}, {-1000000, 0}}) {
+    library.setRating({a, 999}, given);
+    EXPECT_EQ(library.photo(a)->rating, stored) << given;
+  }
+  EXPECT_EQ(library.photo(b)->rating, 0);
+  EXPECT_EQ(library.count(), 2);  // an unknown id adds nothing
+}
+
+TEST_F(OrganizeTest, FlagAndLabelAreStoredAsGiven) {
+  auto a = addPhoto("/p/a.jpg");
+  auto b = addPhoto("/p/b.jpg");
+  library.setFlag({a, b}, -1);
+  library.setLabel({a, b}, "purple");
+  library.setFlag({b}, 1);
+  library.setLabel({b}, "");
+  EXPECT_EQ(library.photo(a)->flag, -1);
+  EXPECT_EQ(library.photo(a)->label, "purple");
+  EXPECT_EQ(library.photo(b)->flag, 1);
+  EXPECT_EQ(library.photo(b)->label, "");
+}
+
+TEST_F(OrganizeTest, KeywordsAreTrimmedLowercasedAndUnique) {
+  auto a = addPhoto("/p/a.jpg");
+  auto b = addPhoto("/p/b.jpg");
+  library.addKeywords({a}, {"  Sky ", "sky", "\tSKY\n", "Blue Hour", "\u00c9t\u00e9", " ", ""});
+  library.addKeywords({a, b}, {"sky"});
+  EXPECT_EQ(library.keywords(a), (Words{"blue hour", "sky", "\u00e9t\u00e9"}));
+  EXPECT_EQ(library.keywords(b), (Words{"sky"}));
+  EXPECT_EQ(library.allKeywords(),
+            (std::vector<std::pair<std::string, int>>{{"blue hour", 1}, {"sky", 2}, {"\u00e9t\u00e9", 1}}));
+
+  library.removeKeyword({a, b}, "Sky");
+  library.removeKeyword({a}, " \u00c9T\u00c9 ");
+  EXPECT_EQ(library.keywords(a), (Words{"blue hour"}));
+  EXPECT_EQ(library.keywords(b), (Words{}));
+  EXPECT_EQ(library.keywords(12345), (Words{}));
+}
+
+TEST_F(OrganizeTest, AddKeywordsIsAllOrNothing) {
+  auto a = addPhoto("/p/a.jpg");
+  auto b = addPhoto("/p/b.jpg");
+  library.db().exec("CREATE TRIGGER refuse BEFORE INSERT ON keywords WHEN NEW.photo = " + std::to_string(b) +
+                    " AND NEW.word = 'boom' BEGIN SELECT RAISE(ABORT, 'refused'); END");
+  EXPECT_THROW(library.addKeywords({a, b}, {"calm", "boom"}), SQLError);
+  EXPECT_EQ(library.keywords(a), (Words{}));
+  EXPECT_EQ(library.allKeywords().size(), 0u);
+}
+
+TEST_F(OrganizeTest, CollectionsAreUniqueByNameAndListedWithoutCase) {
+  auto a = addPhoto("/p/a.jpg");
+  auto b = addPhoto("/p/b.jpg");
+  auto trips = library.createCollection("trips");
+  auto best = library.createCollection("Best");
+  auto empty = library.createCollection("alpha");
+  EXPECT_EQ(library.createCollection("trips"), trips);
+  EXPECT_NE(library.createCollection("Trips"), trips);  // names are unique with case
+  EXPECT_EQ(scalar("SELECT COUNT(*) FROM collections"), 4);
+
+  library.addToCollection(trips, {a, b});
+  library.addToCollection(trips, {a});  // twice is harmless
+  library.addToCollection(best, {b});
+  auto list = library.collections();
+  ASSERT_EQ(list.size(), 4u);
+  EXPECT_EQ(list[0], (Collection{empty, "alpha", 0}));
+  EXPECT_EQ(list[1], (Collection{best, "Best", 1}));
+  // "trips" and "Trips" are equal without case; either may come first.
+  EXPECT_EQ((std::set<std::string>{list[2].name, list[3].name}), (std::set<std::string>{"trips", "Trips"}));
+  EXPECT_EQ(library.collectionsContaining(b), (std::set<std::int64_t>{trips, best}));
+  EXPECT_EQ(library.collectionsContaining(a), (std::set<std::int64_t>{trips}));
+
+  library.removeFromCollection(trips, {a, 999});
+  EXPECT_EQ(library.collectionsContaining(a), (std::set<std::int64_t>{}));
+
+  EXPECT_THROW(library.renameCollection(best, "trips"), SQLError);
+  library.renameCollection(best, "Favourites");
+  library.deleteCollection(trips);
+  list = library.collections();
+  ASSERT_EQ(list.size(), 3u);
+  EXPECT_EQ(list[1], (Collection{best, "Favourites", 1}));
+  EXPECT_EQ(scalar("SELECT COUNT(*) FROM collection_items WHERE collection = ?", {trips}), 0);
+  EXPECT_EQ(library.count(), 2);  // the photos stay
+}
+
+TEST_F(OrganizeTest, FoldersAndCounts) {
+  library.db().run("INSERT INTO folders(path, added) VALUES('/pics/b', 0), ('/Pics/A', 0), ('/pics/c', 0)");
+  addPhoto("/pics/b/1.jpg", "/pics/b");
+  addPhoto("/pics/b/2.jpg", "/pics/b");
+  addPhoto("/pics/b/x/3.jpg", "/pics/b/x");
+  EXPECT_EQ(library.folders(), (Words{"/Pics/A", "/pics/b", "/pics/c"}));
+  EXPECT_EQ(library.folderCounts(), (std::map<std::string, int>{{"/pics/b", 2}, {"/pics/b/x", 1}}));
+}
+
+TEST_F(OrganizeTest, MissingPhotosKeepsListOrder) {
+  auto a = addPhoto("/p/a.jpg");
+  EXPECT_EQ(library.missingPhotos({9, a, 4}), (Ids{9, 4}));
+  EXPECT_EQ(library.missingPhotos({a}), (Ids{}));
+}
+
+TEST_F(OrganizeTest, RemoveLeavesNoRowsAndNoThumbnails) {
+  auto a = addPhoto("/p/a.jpg");
+  auto b = addPhoto("/p/b.jpg");
+  library.addKeywords({a, b}, {"sky"});
+  auto c = library.createCollection("c");
+  library.addToCollection(c, {a, b});
+  for (auto id : {a, b}) {
+    library.db().run("INSERT INTO history(photo, seq, name, date) VALUES(?, 1, 'Import', 0)", {id});
+    library.db().run("INSERT INTO snapshots(photo, name, date) VALUES(?, 'snap', 0)", {id});
+    test::writeFile(library.thumbFolder() / (std::to_string(id) + ".jpg"), "jpeg");
+    test::writeFile(library.thumbFolder() / (std::to_string(id) + "-e.jpg"), "jpeg");
+  }
+  test::writeFile(dir / "photo-file.jpg", "pixels");
+
+  library.remove({a, 4242});
+  for (const char* table : {"keywords", "collection_items", "history", "snapshots"}) {
+    EXPECT_EQ(scalar(std::string("SELECT COUNT(*) FROM ") + table + " WHERE photo = ?", {a}), 0) << table;
+    EXPECT_EQ(scalar(std::string("SELECT COUNT(*) FROM ") + table + " WHERE photo = ?", {b}), 1) << table;
+  }
+  EXPECT_FALSE(library.photo(a));
+  EXPECT_TRUE(library.photo(b));
+  EXPECT_FALSE(std::filesystem::exists(library.thumbFolder() / (std::to_string(a) + ".jpg")));
+  EXPECT_FALSE(std::filesystem::exists(library.thumbFolder() / (std::to_string(a) + "-e.jpg")));
+  EXPECT_TRUE(std::filesystem::exists(library.thumbFolder() / (std::to_string(b) + ".jpg")));
+  EXPECT_TRUE(std::filesystem::exists(library.thumbFolder() / (std::to_string(b) + "-e.jpg")));
+  EXPECT_EQ(library.collections().at(0).count, 1);
+
+  // Unknown ids, an empty list and photos without thumbnails all succeed.
+  std::string before = dumpTables(library);
+  library.remove({777});
+  library.remove({});
+  EXPECT_EQ(dumpTables(library), before);
+  std::filesystem::remove(library.thumbFolder() / (std::to_string(b) + ".jpg"));
+  library.remove({b});
+  EXPECT_EQ(library.count(), 0);
+  EXPECT_EQ(test::readFile(dir / "photo-file.jpg"), "pixels");
+}
+
+TEST_F(OrganizeTest, FailedRemoveKeepsRowsAndThumbnails) {
+  Ids ids;
+  for (int i = 0; i < 3; ++i) {
+    ids.push_back(addPhoto("/p/" + std::to_string(i) + ".jpg"));
+    test::writeFile(library.thumbFolder() / (std::to_string(ids.back()) + ".jpg"), "jpeg");
+  }
+  library.addKeywords(ids, {"kept"});
+  library.db().exec("CREATE TRIGGER refuse BEFORE DELETE ON photos WHEN OLD.id = " + std::to_string(ids[2]) +
+                    " BEGIN SELECT RAISE(ABORT, 'refused'); END");
+  std::string before = dumpTables(library);
+  EXPECT_THROW(library.remove(ids), SQLError);
+  EXPECT_EQ(dumpTables(library), before);
+  for (auto id : ids)
+    EXPECT_TRUE(std::filesystem::exists(library.thumbFolder() / (std::to_string(id) + ".jpg")));
+}
+
+// A process killed in the middle of a large removal must leave the catalog
+// exactly as it was: the transaction is all or nothing on disk too.
+TEST(RemoveInterruptedTest, KilledMidTransactionLeavesTheCatalogAsBefore) {
+  constexpr int photos = 20000;
+  test::TempDir dir;
+  std::string before;
+  {
+    PhotoLibrary library(dir.path());
+    library.db().exec(R"SQL(
+      WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 20000)
+      INSERT INTO photos(id, path, folder, name, imported, rating) SELECT i, '/p/' || i || '.jpg', '/p', i || '.jpg', i, i % 6 FROM n;
+      INSERT INTO keywords(photo, word) SELECT id, 'word' || (id % 50) FROM photos;
+      INSERT INTO collections(id, name, created) VALUES(1, 'one', 0), (2, 'two', 0);
+      INSERT INTO collection_items(collection, photo) SELECT 1 + id % 2, id FROM photos WHERE id % 5 = 0;
+      INSERT INTO history(photo, seq, name, date) SELECT id, 1, 'Import', 0 FROM photos;
+      INSERT INTO snapshots(photo, name, date) SELECT id, 'snap', 0 FROM photos WHERE id % 10 = 0;
+    )SQL");
+    for (int id : {1, photos / 2, photos}) {
+      test::writeFile(library.thumbFolder() / (std::to_string(id) + ".jpg"), "jpeg");
+    }
+    before = dumpTables(library);
+  }
+  ASSERT_GT(std::count(before.begin(), before.end(), '\n'), photos);
+
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    close(ready[0]);
+    try {
+      PhotoLibrary library(dir.path());
+      Ids ids;
+      for (int id = 1; id <= photos; ++id) ids.push_back(id);
+      if (write(ready[1], "r", 1) != 1) _exit(3);
+      library.remove(ids);
+    } catch (...) {
+      _exit(2);
+    }
+    _exit(0);
+  }
+  close(ready[1]);
+  char byte = 0;
+  ASSERT_EQ(read(ready[0], &byte, 1), 1);
+  close(ready[0]);
+
+  // The child holds the write lock once its BEGIN IMMEDIATE went through: a
+  // second connection that does not wait then fails to begin its own.
+  bool inside = false;
+  {
+    SQLiteDB probe((dir / PhotoLibrary::databaseName).string());
+    probe.exec("PRAGMA busy_timeout = 0");
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!inside && std::chrono::steady_clock::now() < deadline) {
+      try {
+        probe.exec("BEGIN IMMEDIATE");
+        probe.exec("ROLLBACK");
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      } catch (const SQLError&) {
+        inside = true;
+      }
+    }
+  }
+  // Let it delete for a while before the kill.
+  std::this_thread::sleep_for(std::chrono::milliseconds(150));
+  kill(child, SIGKILL);
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(inside);
+  ASSERT_TRUE(WIFSIGNALED(status)) << "the removal finished before it could be interrupted";
+
+  PhotoLibrary library(dir.path());
+  EXPECT_EQ(library.count(), photos);
+  EXPECT_EQ(dumpTables(library), before);
+  for (int id : {1, photos / 2, photos}) {
+    EXPECT_TRUE(std::filesystem::exists(library.thumbFolder() / (std::to_string(id) + ".jpg")));
+  }
+}
+
+}  // namespace

@@ -161,11 +161,34 @@ std::vector<std::int64_t> PhotoLibrary::missingPhotos(const std::vector<std::int
 
 void PhotoLibrary::remove(const std::vector<std::int64_t>& ids) {
   if (ids.empty()) return;
+  // keywords and history are keyed by photo first, so a per-photo delete is
+  // an index lookup. collection_items is keyed by collection first: a plain
+  // "WHERE photo = ?" would scan all of it for every photo, so the delete
+  // walks the distinct collections through the key (a skip scan) and looks
+  // up (collection, photo) pairs, with the batch's ids handed over as one
+  // JSON array. snapshots has no index on photo at all and is cleared in one
+  // pass for the whole batch.
+  std::string idList = "[";
+  for (std::size_t i = 0; i < ids.size(); ++i) {
+    if (i) idList += ',';
+    idList += std::to_string(ids[i]);
+  }
+  idList += ']';
   db_->transaction([&] {
     for (std::int64_t id : ids) {
-      for (const char* table : {"keywords", "collection_items", "history", "snapshots"}) {
-        db_->run(std::string("DELETE FROM ") + table + " WHERE photo = ?", {id});
-      }
+      db_->run("DELETE FROM keywords WHERE photo = ?", {id});
+    }
+    db_->run(
+        "WITH RECURSIVE present(collection) AS ("
+        " SELECT MIN(collection) FROM collection_items"
+        " UNION ALL SELECT (SELECT MIN(collection) FROM collection_items WHERE collection > present.collection)"
+        " FROM present WHERE present.collection IS NOT NULL) "
+        "DELETE FROM collection_items WHERE collection IN (SELECT collection FROM present)"
+        " AND photo IN (SELECT value FROM json_each(?))",
+        {idList});
+    db_->run("DELETE FROM snapshots WHERE photo IN (SELECT value FROM json_each(?))", {idList});
+    for (std::int64_t id : ids) {
+      db_->run("DELETE FROM history WHERE photo = ?", {id});
       db_->run("DELETE FROM photos WHERE id = ?", {id});
     }
   });

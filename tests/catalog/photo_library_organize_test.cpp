@@ -205,6 +205,25 @@ TEST_F(OrganizeTest, RemoveLeavesNoRowsAndNoThumbnails) {
   EXPECT_EQ(test::readFile(dir / "photo-file.jpg"), "pixels");
 }
 
+TEST_F(OrganizeTest, RemoveClearsMembershipInEveryCollection) {
+  Ids photos;
+  for (int i = 0; i < 6; ++i) photos.push_back(addPhoto("/p/" + std::to_string(i) + ".jpg"));
+  Ids collections;
+  for (const char* name : {"one", "two", "three"}) {
+    collections.push_back(library.createCollection(name));
+    library.addToCollection(collections.back(), photos);
+  }
+  // A membership row whose collection is gone must go too.
+  library.db().run("INSERT INTO collection_items(collection, photo) VALUES(4711, ?)", {photos[2]});
+  library.remove({photos[0], photos[2], photos[5]});
+  auto left = library.db().query("SELECT DISTINCT photo FROM collection_items ORDER BY photo");
+  ASSERT_EQ(left.size(), 3u);
+  EXPECT_EQ(left[0][0].intValue(), photos[1]);
+  EXPECT_EQ(left[1][0].intValue(), photos[3]);
+  EXPECT_EQ(left[2][0].intValue(), photos[4]);
+  for (const auto& c : library.collections()) EXPECT_EQ(c.count, 3) << c.name;
+}
+
 TEST_F(OrganizeTest, FailedRemoveKeepsRowsAndThumbnails) {
   Ids ids;
   for (int i = 0; i < 3; ++i) {

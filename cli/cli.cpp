@@ -166,6 +166,7 @@ const std::vector<Command>& commands() {
     std::vector<Command> t;
     addLibraryCommands(t);
     addImportCommands(t);
+    addLutCommands(t);
     return t;
   }();
   return table;

@@ -145,55 +145,6 @@ TEST(ToneLUTMapTest, ContrastTurnsAroundItsPivot) {
   EXPECT_NEAR(srgbEncode(flat.b), 0.46, 1e-12);
 }
 
-TEST(ToneLUTMapTest, GainActsOnLinearLightBeforeEncoding) {
-  ToneParams p;
-  p.gain = {2, 0.5, 1};
-  RGB out = ToneLUT::map({0.2, 0.2, 0.2}, p);
-  EXPECT_NEAR(out.r, 0.4, 1e-12);
-  EXPECT_NEAR(out.g, 0.1, 1e-12);
-  EXPECT_NEAR(out.b, 0.2, 1e-12);
-}
-
-TEST(ToneLUTMapTest, LightSlidersMoveTheirOwnTonalRange) {
-  const double dark = 0.08, mid = 0.4, bright = 0.9;  // encoded
-  auto run = [&](auto set) {
-    ToneParams p;
-    set(p);
-    RGB out = ToneLUT::map(linearOf({dark, mid, bright}), p);
-    return RGB{srgbEncode(out.r), srgbEncode(out.g), srgbEncode(out.b)};
-  };
-  RGB whites = run([](ToneParams& p) { p.whites = 1; });
-  EXPECT_NEAR(whites.r, dark, 1e-12);  // below 0.45: untouched
-  EXPECT_NEAR(whites.b, std::min(1.0, bright + 0.22 * test::refSmooth((bright - 0.45) / 0.55)), 1e-12);
-  RGB blacks = run([](ToneParams& p) { p.blacks = -1; });
-  EXPECT_NEAR(blacks.b, bright, 1e-12);  // above 0.45: untouched
-  EXPECT_LT(blacks.r, dark);
-  RGB lift = run([](ToneParams& p) { p.highlights = 1; });
-  RGB recover = run([](ToneParams& p) { p.highlights = -1; });
-  EXPECT_NEAR(lift.r, dark, 1e-12);
-  EXPECT_NEAR(recover.r, dark, 1e-12);
-  const double s = test::refSmooth((bright - 0.35) / 0.6);
-  EXPECT_NEAR(lift.b, std::min(1.0, bright + (1.1 - 0.5 * bright) * 0.18 * s), 1e-12);
-  EXPECT_NEAR(recover.b, bright - (bright - 0.35) * 0.5 * s, 1e-12);
-  RGB shadows = run([](ToneParams& p) { p.shadows = 1; });
-  EXPECT_GT(shadows.r, dark);
-  EXPECT_NEAR(shadows.b, bright, 1e-12);  // above 0.6: untouched
-}
-
-TEST(ToneLUTMapTest, CurvesActOnEncodedValues) {
-  EditSettings s;
-  s.curveRGB.points = {{0, 0.2}, {1, 0.8}};  // a straight line 0.2 … 0.8
-  s.curveBlue.points = {{0, 1}, {1, 0}};     // inverts blue after the master
-  ToneParams p(s);
-  RGB out = ToneLUT::map(linearOf({0.5, 0, 0.5}), p);
-  EXPECT_NEAR(srgbEncode(out.r), 0.5, 1e-12);
-  EXPECT_NEAR(srgbEncode(out.g), 0.2, 1e-12);
-  EXPECT_NEAR(srgbEncode(out.b), 0.5, 1e-12);
-  out = ToneLUT::map(linearOf({1, 1, 1}), p);
-  EXPECT_NEAR(srgbEncode(out.g), 0.8, 1e-12);
-  EXPECT_NEAR(srgbEncode(out.b), 0.2, 1e-12);
-}
-
 TEST(ToneLUTMapTest, VibranceSparesSkinHuesStrictlyInsideTenToFifty) {
   // Encoded colours with a hue of exactly 10 and exactly 30 degrees.
   struct Case {

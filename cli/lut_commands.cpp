@@ -7,6 +7,9 @@
 // output values are the mapped linear light raised to 1/2.2. Both are said
 // in the file's comments, since .cube has no field for a transfer curve.
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
@@ -14,9 +17,6 @@
 #include <fstream>
 #include <iterator>
 #include <system_error>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 #include "cli/commands.h"
 #include "engine/catalog/photo_library.h"
@@ -228,7 +228,8 @@ int lutCommand(Context& ctx, const Arguments& args) {
 
 void addLutCommands(std::vector<Command>& table) {
   table.push_back(
-      {"lut", "lut (ID | --settings FILE.json) [--domain display|scene] [--size N] [-o FILE.cube] [--force]",
+      {"lut",
+       "lut (ID | --settings FILE.json) [--domain display|scene] [--size N] [-o FILE.cube] [--force]",
        "Write a photo's tone and colour look as a .cube 3D LUT",
        "Samples the global tone and colour work of a photo's current settings (white balance,\n"
        "light, curves, colour mixer, vibrance, saturation, grading, black and white) into a\n"

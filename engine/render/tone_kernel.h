@@ -89,8 +89,8 @@ class CrossStages {
   double saturation = 0;
   bool grading = false;
   std::array<Wheel, 3> wheels{};  // shadows, midtones, highlights
-  double mid = 0;    // centre of the grading's tonal split
-  double width = 0;  // half-width of the midtone band
+  double mid = 0;                 // centre of the grading's tonal split
+  double width = 0;               // half-width of the midtone band
   // Reciprocals of the grading weights' denominators, taken once.
   double shadowScale = 0;
   double highlightScale = 0;
@@ -144,8 +144,8 @@ class CubeBuilder {
   int n;
   CrossStages cross;
   const DisplayGamma& gamma;
-  std::array<std::vector<double>, 3> axis;    // encoded, after the curves
-  std::array<std::vector<float>, 3> stored;   // the stored form, when separable
+  std::array<std::vector<double>, 3> axis;   // encoded, after the curves
+  std::array<std::vector<float>, 3> stored;  // the stored form, when separable
 };
 
 }  // namespace lumivale::tone_detail

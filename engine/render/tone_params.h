@@ -34,7 +34,7 @@ struct WhiteBalance {
 /// A plain value; copying it copies the curve evaluators, which are
 /// immutable and safe to call from several threads at once.
 struct ToneParams {
-  RGB gain{1, 1, 1};  ///< linear per-channel multipliers: white balance (and a mask's exposure)
+  RGB gain{1, 1, 1};      ///< linear per-channel multipliers: white balance (and a mask's exposure)
   double contrast = 0;    ///< slider / 100
   double highlights = 0;  ///< slider / 100
   double shadows = 0;     ///< slider / 100
@@ -49,9 +49,9 @@ struct ToneParams {
   /// The eight colour-mixer bands in `ColorBand` order, or empty when every
   /// band is all zero.
   std::vector<HSLBand> hsl;
-  GradeWheel gradeS;  ///< shadows wheel, as stored (hue in degrees, sliders unscaled)
-  GradeWheel gradeM;  ///< midtones wheel
-  GradeWheel gradeH;  ///< highlights wheel
+  GradeWheel gradeS;           ///< shadows wheel, as stored (hue in degrees, sliders unscaled)
+  GradeWheel gradeM;           ///< midtones wheel
+  GradeWheel gradeH;           ///< highlights wheel
   double gradeBlending = 0.5;  ///< slider / 100
   double gradeBalance = 0;     ///< slider / 100
   bool blackAndWhite = false;

@@ -154,7 +154,8 @@ TEST_F(LutCommandTest, PhotoCubeUsesTheStoredEdit) {
   EXPECT_EQ(parsed.size, 9);
   EXPECT_EQ(parsed.domainMax, (std::vector<double>{1, 1, 1}));
   bool saysScaled = false;
-  for (const std::string& c : parsed.comments) saysScaled = saysScaled || c.find("divided by 4") != std::string::npos;
+  for (const std::string& c : parsed.comments)
+    saysScaled = saysScaled || c.find("divided by 4") != std::string::npos;
   EXPECT_TRUE(saysScaled);
   expectSameCube(parsed, ToneLUT::cube(ToneParams(s), LUTDomain::scene, 9));
 }
@@ -197,7 +198,8 @@ TEST_F(LutCommandTest, NeverReplacesAFileUnlessForced) {
   EXPECT_EQ(doc["domain"], "display");
   EXPECT_EQ(doc["entries"], 27);
   EXPECT_EQ(doc["file"], file);
-  expectSameCube(parseCube(test::readFile(file)), ToneLUT::cube(ToneParams(lookSettings()), LUTDomain::display, 3));
+  expectSameCube(parseCube(test::readFile(file)),
+                 ToneLUT::cube(ToneParams(lookSettings()), LUTDomain::display, 3));
 
   // Nothing but the two files is left behind.
   int files = 0;

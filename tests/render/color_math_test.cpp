@@ -36,21 +36,21 @@ TEST_P(RgbToHSLTest, GivesHueSaturationAndLightness) {
   EXPECT_NEAR(got.l, c.hsl.l, 1e-12);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Colours, RgbToHSLTest,
-    ::testing::Values(HSLCase{{1, 1, 1}, {0, 0, 1}}, HSLCase{{0, 0, 1}, {240, 1, 0.5}},
-                      HSLCase{{0, 0, 0}, {0, 0, 0}}, HSLCase{{1, 0, 0}, {0, 1, 0.5}},
-                      HSLCase{{0, 1, 0}, {120, 1, 0.5}}, HSLCase{{1, 0, 1}, {300, 1, 0.5}},
-                      // Red is the largest and green below blue: the hue wraps past 360.
-                      HSLCase{{0.8, 0.2, 0.4}, {340, 0.6, 0.5}},
-                      // Lightness above one half uses the other saturation formula.
-                      HSLCase{{1, 0.8, 0.6}, {30, 1, 0.8}},
-                      // Red and green share the maximum.
-                      HSLCase{{0.6, 0.6, 0.2}, {60, 0.5, 0.4}},
-                      // A difference below 1e-9 is grey.
-                      HSLCase{{0.5, 0.5 + 5e-10, 0.5}, {0, 0, 0.5 + 2.5e-10}},
-                      // Out-of-range inputs are not clamped; saturation is capped at 1.
-                      HSLCase{{1.5, 0.5, 0.5}, {0, 1, 1}}));
+INSTANTIATE_TEST_SUITE_P(Colours, RgbToHSLTest,
+                         ::testing::Values(HSLCase{{1, 1, 1}, {0, 0, 1}}, HSLCase{{0, 0, 1}, {240, 1, 0.5}},
+                                           HSLCase{{0, 0, 0}, {0, 0, 0}}, HSLCase{{1, 0, 0}, {0, 1, 0.5}},
+                                           HSLCase{{0, 1, 0}, {120, 1, 0.5}},
+                                           HSLCase{{1, 0, 1}, {300, 1, 0.5}},
+                                           // Red is the largest and green below blue: the hue wraps past 360.
+                                           HSLCase{{0.8, 0.2, 0.4}, {340, 0.6, 0.5}},
+                                           // Lightness above one half uses the other saturation formula.
+                                           HSLCase{{1, 0.8, 0.6}, {30, 1, 0.8}},
+                                           // Red and green share the maximum.
+                                           HSLCase{{0.6, 0.6, 0.2}, {60, 0.5, 0.4}},
+                                           // A difference below 1e-9 is grey.
+                                           HSLCase{{0.5, 0.5 + 5e-10, 0.5}, {0, 0, 0.5 + 2.5e-10}},
+                                           // Out-of-range inputs are not clamped; saturation is capped at 1.
+                                           HSLCase{{1.5, 0.5, 0.5}, {0, 1, 1}}));
 
 TEST(HslToRGBTest, KnownColoursAndGrey) {
   expectRGB(hslToRGB(120, 1, 0.5), {0, 1, 0});

@@ -68,8 +68,8 @@ EditSettings everyStage() {
   s.curveRed.points = {{0, 0}, {0.3, 0.27}, {0.7, 0.74}, {1, 1}};
   s.curveGreen.points = {{0, 0.02}, {0.5, 0.52}, {1, 0.98}};
   s.curveBlue.points = {{0, 0.05}, {0.3, 0.25}, {0.7, 0.75}, {1, 0.95}};
-  s.hsl = {{10, -20, 5}, {-15, 10, 8}, {20, 15, -5}, {-30, 25, 10},
-           {12, -10, -8}, {25, 20, 5}, {-18, 12, -6}, {8, -5, 4}};
+  s.hsl = {{10, -20, 5},  {-15, 10, 8}, {20, 15, -5},  {-30, 25, 10},
+           {12, -10, -8}, {25, 20, 5},  {-18, 12, -6}, {8, -5, 4}};
   s.vibrance = 25, s.saturation = 10;
   s.gradeShadows = {210, 20, -5};
   s.gradeMidtones = {40, 10, 3};
@@ -206,7 +206,8 @@ TEST(ToneLUTMapTest, GradingWithOnlyHuesIsSkipped) {
   s.gradeBlending = 10;
   ToneParams p(s);
   EXPECT_FALSE(tone_detail::CrossStages(p).active());
-  for (double v : {0.05, 0.3, 0.8}) EXPECT_EQ(ToneLUT::map({v, v / 2, v / 3}, p), ToneLUT::map({v, v / 2, v / 3}, ToneParams()));
+  for (double v : {0.05, 0.3, 0.8})
+    EXPECT_EQ(ToneLUT::map({v, v / 2, v / 3}, p), ToneLUT::map({v, v / 2, v / 3}, ToneParams()));
 }
 
 TEST(ToneLUTMapTest, GradingTintsWithoutChangingLuminance) {
@@ -420,7 +421,8 @@ TEST(ToneLUTCubeTest, HostileSettingsStillGiveAFiniteUnitCube) {
 TEST(ToneLUTCubeTest, NaNTemperatureLeavesTheColoursAlone) {
   EditSettings s;
   s.temperature = nan;
-  EXPECT_EQ(ToneLUT::cube(ToneParams(s), LUTDomain::display, 9), ToneLUT::cube(ToneParams(), LUTDomain::display, 9));
+  EXPECT_EQ(ToneLUT::cube(ToneParams(s), LUTDomain::display, 9),
+            ToneLUT::cube(ToneParams(), LUTDomain::display, 9));
 }
 
 TEST(ToneKernelTest, DisplayGammaTableMatchesThePowerOverDenseInputs) {

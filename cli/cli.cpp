@@ -167,6 +167,7 @@ const std::vector<Command>& commands() {
     addLibraryCommands(t);
     addImportCommands(t);
     addOrganizeCommands(t);
+    addLutCommands(t);
     return t;
   }();
   return table;

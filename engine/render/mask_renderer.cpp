@@ -1,6 +1,7 @@
 #include "engine/render/mask_renderer.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 
@@ -20,10 +21,29 @@ double smooth(double t) {
   return t * t * (3 - 2 * t);
 }
 
-std::uint8_t blend(std::uint8_t byte, double a, bool erase) {
-  const double old = byte / 255.0;
+// byte / 255 for every byte, the same doubles the division gives.
+const std::array<double, 256>& byteFractions() {
+  static const std::array<double, 256> table = [] {
+    std::array<double, 256> t{};
+    for (int b = 0; b < 256; ++b) t[std::size_t(b)] = b / 255.0;
+    return t;
+  }();
+  return table;
+}
+
+// std::round (halves away from zero) of v limited to 0 … 255, without the
+// library call: for 0 ≤ v < 256 the truncation is the floor and v minus it is
+// exact, so comparing that fraction with one half rounds exactly alike.
+std::uint8_t roundedByte(double v) {
+  v = std::clamp(v, 0.0, 255.0);
+  const int whole = int(v);
+  return std::uint8_t(whole + (v - whole >= 0.5 ? 1 : 0));
+}
+
+std::uint8_t blend(std::uint8_t byte, double a, bool erase, const std::array<double, 256>& fractions) {
+  const double old = fractions[byte];
   const double now = erase ? (1 - a) * old : old + a * (1 - old);
-  return std::uint8_t(std::clamp(std::round(now * 255), 0.0, 255.0));
+  return roundedByte(now * 255);
 }
 
 // The first and last pixel index of the box [centre − R, centre + R] on an axis
@@ -56,6 +76,7 @@ void paintDab(MaskBitmap& bitmap, const BrushDab& dab, double longSide) {
   const double innerCull = inner * inner * (1 - cullMargin);
   const double flow = dab.flow;
   const bool erase = dab.erase;
+  const std::array<double, 256>& fractions = byteFractions();
   // Inside the core every pixel gets the same strength.
   const double coreStrength = 1.0 * flow;
 
@@ -74,7 +95,7 @@ void paintDab(MaskBitmap& bitmap, const BrushDab& dab, double longSide) {
         if (d > radius) continue;
         if (d > inner) a = (1 - smooth((d - inner) / (radius - inner))) * flow;
       }
-      row[px] = blend(row[px], a, erase);
+      row[px] = blend(row[px], a, erase, fractions);
     }
   }
 }

@@ -253,6 +253,25 @@ INSTANTIATE_TEST_SUITE_P(
                                 "damaged PNG"}),
     [](const auto& info) { return std::string(info.param.name); });
 
+TEST(MaskPngTest, RandomDamageGivesAnErrorOrTheClaimedSize) {
+  const std::string good = goodPng();
+  std::mt19937 rng(12);
+  test::TempDir dir;
+  int errors = 0;
+  for (int trial = 0; trial < 300; ++trial) {
+    std::string png = good;
+    for (int k = 0, n = 1 + int(rng() % 4); k < n; ++k) png[8 + rng() % (png.size() - 8)] = char(rng());
+    test::writeFile(dir / "damaged.png", png);
+    try {
+      const MaskBitmap m = maskBitmapFromImageFile(dir / "damaged.png");
+      EXPECT_EQ(m.bytes.size(), std::size_t(m.width) * std::size_t(m.height));
+    } catch (const MaskImageError&) {
+      ++errors;
+    }
+  }
+  EXPECT_GT(errors, 150);  // chunk checksums catch most damage
+}
+
 TEST(MaskPngTest, AcceptsTheLargestSide) {
   test::TempDir dir;
   writeTestPng(dir / "wide.png", 16384, 1, std::vector<int>(16384, 77), {});

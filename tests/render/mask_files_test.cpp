@@ -364,19 +364,6 @@ TEST(MaskExportTest, SmartMasksHoldOnlyUsableBitmaps) {
   EXPECT_THROW(smartMaskFromBitmap(MaskBitmap(), MaskKind::sky), MaskImageError);
 }
 
-TEST(MaskExportTest, NonZeroAdjustmentsKeepFieldOrder) {
-  MaskAdjust adjust;
-  adjust.sharpness = -10;
-  adjust.exposure = 0.5;
-  adjust.tint = std::nan("");
-  const auto fields = nonZeroAdjustments(adjust);
-  ASSERT_EQ(fields.size(), 3u);
-  EXPECT_EQ(fields[0], (std::pair<std::string_view, double>{"exposure", 0.5}));
-  EXPECT_EQ(fields[1].first, "tint");
-  EXPECT_EQ(fields[2], (std::pair<std::string_view, double>{"sharpness", -10}));
-  EXPECT_TRUE(nonZeroAdjustments(MaskAdjust{}).empty());
-}
-
 TEST(MaskLookupTest, FindsByIdIndexOrUniquePrefix) {
   std::vector<PhotoMask> masks(4);
   const char* ids[] = {"1A2B0000-0000-4000-8000-000000000000", "1A2C0000-0000-4000-8000-000000000000",

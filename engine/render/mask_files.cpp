@@ -1,0 +1,110 @@
+#include "engine/render/mask_files.h"
+
+#include <algorithm>
+#include <cctype>
+#include <climits>
+#include <cmath>
+
+#include "engine/render/mask_renderer.h"
+
+namespace lumivale {
+
+namespace {
+
+bool equalIgnoringCase(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+           return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+         });
+}
+
+bool allDigits(std::string_view text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+}  // namespace
+
+MaskBitmap maskBitmapForExport(const PhotoMask& mask, int displayWidth, int displayHeight) {
+  if (isSmart(mask.kind)) {
+    if (!mask.maskPNG) throw MaskImageError("the mask \"" + mask.name + "\" has no computed coverage yet");
+    auto bitmap = MaskBitmap::decode(*mask.maskPNG);
+    if (!bitmap) throw MaskImageError("the stored bitmap of the mask \"" + mask.name + "\" is damaged");
+    return std::move(*bitmap);
+  }
+  if (mask.kind == MaskKind::brush) {
+    const double aspect =
+        displayWidth > 0 && displayHeight > 0 ? double(displayWidth) / double(displayHeight) : 1.0;
+    const MaskRenderer::PixelSize size = MaskRenderer::brushBitmapSize(aspect);
+    return MaskRenderer::paint(mask.dabs, size.width, size.height);
+  }
+  throw MaskImageError("gradient masks have no bitmap");
+}
+
+std::optional<std::pair<int, int>> storedBitmapSize(std::span<const std::uint8_t> stored) {
+  if (stored.size() < 13 || stored[0] != 'K' || stored[1] != 'V' || stored[2] != 'M' || stored[3] != 'K')
+    return std::nullopt;
+  const auto get32 = [&](std::size_t at) {
+    return std::uint32_t(stored[at]) | std::uint32_t(stored[at + 1]) << 8 |
+           std::uint32_t(stored[at + 2]) << 16 | std::uint32_t(stored[at + 3]) << 24;
+  };
+  const std::uint32_t width = get32(4), height = get32(8);
+  if (width > std::uint32_t(INT_MAX) || height > std::uint32_t(INT_MAX)) return std::nullopt;
+  return std::pair<int, int>{int(width), int(height)};
+}
+
+PhotoMask smartMaskFromBitmap(const MaskBitmap& bitmap, MaskKind kind, std::optional<std::string> name) {
+  if (!isSmart(kind))
+    throw MaskImageError("a " + std::string(key(kind)) +
+                         " mask cannot hold a bitmap; use subject, sky or people");
+  if (bitmap.width <= 0 || bitmap.height <= 0 ||
+      bitmap.bytes.size() != std::size_t(bitmap.width) * std::size_t(bitmap.height))
+    throw MaskImageError("the mask bitmap is empty");
+  if (std::uint64_t(bitmap.width) * std::uint64_t(bitmap.height) > MaskBitmap::maxPixels)
+    throw MaskImageError("the mask bitmap is too large to store");
+  PhotoMask mask(kind, std::move(name));
+  mask.maskPNG = bitmap.encoded();
+  return mask;
+}
+
+std::vector<std::pair<std::string_view, double>> nonZeroAdjustments(const MaskAdjust& adjust) {
+  const std::pair<std::string_view, double> fields[] = {
+      {"exposure", adjust.exposure},       {"contrast", adjust.contrast},
+      {"highlights", adjust.highlights},   {"shadows", adjust.shadows},
+      {"temperature", adjust.temperature}, {"tint", adjust.tint},
+      {"saturation", adjust.saturation},   {"sharpness", adjust.sharpness}};
+  std::vector<std::pair<std::string_view, double>> result;
+  for (const auto& field : fields)
+    if (field.second != 0) result.push_back(field);  // NaN is not zero: it shows
+  return result;
+}
+
+std::size_t findMask(std::span<const PhotoMask> masks, std::string_view reference) {
+  if (reference.empty()) throw MaskImageError("no mask given");
+  const std::string shown(reference);
+  for (std::size_t i = 0; i < masks.size(); ++i)
+    if (equalIgnoringCase(masks[i].id, reference)) return i;
+
+  if (allDigits(reference) && reference.size() <= 9) {
+    const std::size_t index = std::stoul(shown);
+    if (index < masks.size()) return index;
+  }
+
+  std::optional<std::size_t> found;
+  int matches = 0;
+  for (std::size_t i = 0; i < masks.size(); ++i) {
+    const std::string_view id = masks[i].id;
+    if (id.size() >= reference.size() && equalIgnoringCase(id.substr(0, reference.size()), reference)) {
+      found = i;
+      ++matches;
+    }
+  }
+  if (matches == 1) return *found;
+  if (matches > 1)
+    throw MaskImageError("\"" + shown + "\" is the start of " + std::to_string(matches) +
+                         " mask ids; give more of the id");
+  if (masks.empty()) throw MaskImageError("the photo has no masks");
+  throw MaskImageError("no mask \"" + shown +
+                       "\": give its id, the start of its id, or its position from 0 to " +
+                       std::to_string(masks.size() - 1));
+}
+
+}  // namespace lumivale

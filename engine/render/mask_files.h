@@ -1,0 +1,102 @@
+#pragma once
+// Masks in and out of image files, and the small lookups the mask commands
+// need: bringing a coverage PNG made by another tool in as a smart mask's
+// stored bitmap, writing a mask's bitmap out as a grey PNG, and finding a mask
+// of a photo by what the user typed.
+//
+// Only PNG files are read, whatever their name says: a mask is exact coverage,
+// and a lossy or colour-managed format would not keep it so. Files are written
+// next to their final name and renamed into place, so a failed write never
+// leaves a half-written file under that name, and an existing file is only
+// replaced when the caller says so.
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "engine/edit/photo_mask.h"
+#include "engine/render/mask_bitmap.h"
+
+namespace lumivale {
+
+/// A mask bitmap could not be read from or written to a file, a mask has no
+/// bitmap to give, or no mask matches what the user typed. The message is one
+/// line, fit to show to the user.
+class MaskImageError : public std::runtime_error {
+ public:
+  explicit MaskImageError(const std::string& description) : std::runtime_error(description) {}
+};
+
+/// The largest side of a PNG that `maskBitmapFromImageFile` accepts.
+inline constexpr int maxMaskImageSide = 16384;
+
+/// Reads the coverage of a PNG file as a bitmap of the PNG's own size.
+///
+/// The coverage is the alpha channel when the PNG has one (an alpha channel,
+/// or transparency given by a tRNS chunk) and some pixel is not fully opaque;
+/// otherwise the grey value: the grey channel, or the luma of RGB
+/// (0.2126 R + 0.7152 G + 0.0722 B on the stored values, so R = G = B = v gives
+/// v). Palette images are read through their palette; 16-bit samples are
+/// scaled to 8 bits with rounding (v × 255 / 65535); 1, 2 and 4-bit grey is
+/// stretched to 0 … 255.
+///
+/// Throws MaskImageError naming the file when it cannot be opened, is empty
+/// ("empty file"), is not a PNG by its content ("not a PNG image"), is larger
+/// than 16384 on a side or than a stored bitmap may be ("too large"), or is
+/// damaged or cut short.
+MaskBitmap maskBitmapFromImageFile(const std::filesystem::path& file);
+
+/// Writes `bitmap` as an 8-bit grey PNG without colour information.
+///
+/// Throws MaskImageError when `file` exists and `replaceExisting` is false,
+/// when the bitmap is empty or its bytes do not match its size, or when the
+/// file cannot be written (missing folder, no permission, full disk). The PNG
+/// is written to a hidden temporary file in the same folder and renamed into
+/// place only once complete; on any failure the temporary file is removed and
+/// `file` is as it was.
+void writeMaskPNG(const MaskBitmap& bitmap, const std::filesystem::path& file, bool replaceExisting = false);
+
+/// The bitmap of `mask` to write out, for a photo displayed at
+/// `displayWidth` × `displayHeight` (its size after orientation):
+/// - a smart mask (subject, sky, people): its stored bitmap at its stored size;
+/// - a brush mask: its dabs painted at the size a render of the photo's
+///   displayed aspect uses (1024 on the long side). Crop and straighten are
+///   not applied: dabs live in the coordinates of the whole image. A photo
+///   whose size is unknown (zero or negative) is taken as square. A brush
+///   mask without dabs gives an empty-coverage bitmap.
+/// Throws MaskImageError for a smart mask whose bitmap is not computed yet or
+/// does not decode, and for linear and radial gradients, whose coverage is
+/// made at each render size and has no bitmap of its own.
+MaskBitmap maskBitmapForExport(const PhotoMask& mask, int displayWidth, int displayHeight);
+
+/// The size of a stored bitmap (`PhotoMask::maskPNG`) read from its header,
+/// without decompressing it: nothing when the data is not a stored bitmap.
+/// The payload is not checked; `MaskBitmap::decode` does that.
+std::optional<std::pair<int, int>> storedBitmapSize(std::span<const std::uint8_t> stored);
+
+/// A new smart mask of `kind` holding `bitmap` as its stored coverage, named
+/// `name` or the kind's title. Throws MaskImageError when `kind` is not a
+/// smart kind or the bitmap is empty or larger than a stored bitmap may be.
+PhotoMask smartMaskFromBitmap(const MaskBitmap& bitmap, MaskKind kind,
+                              std::optional<std::string> name = std::nullopt);
+
+/// The adjustments of `adjust` that are not zero, in field order, each with
+/// its stored key ("exposure", "contrast", ..., "sharpness").
+std::vector<std::pair<std::string_view, double>> nonZeroAdjustments(const MaskAdjust& adjust);
+
+/// The mask the user means by `reference`, as an index into `masks`:
+/// 1. a mask whose id equals the reference (ignoring case);
+/// 2. else, when the reference is decimal digits only, the mask at that
+///    0-based position in the list, if there is one;
+/// 3. else the one mask whose id starts with the reference (ignoring case).
+/// Throws MaskImageError when the reference is empty, matches no mask, or
+/// is a prefix of several ids.
+std::size_t findMask(std::span<const PhotoMask> masks, std::string_view reference);
+
+}  // namespace lumivale

@@ -1,0 +1,333 @@
+// Mask bitmaps as PNG files, through libpng.
+//
+// libpng reports errors by longjmp to a setjmp point. The functions holding
+// that point (readPixels, writePixels) keep nothing with a destructor in their
+// own frame and touch no local after a jump: every buffer lives in a struct
+// owned by the caller, so a jump out of libpng skips only C frames and plain
+// values. Warnings (odd ancillary chunks, gamma oddities) are ignored: only
+// the pixels matter here.
+
+#include <fcntl.h>
+#include <png.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csetjmp>
+#include <cstdio>
+#include <cstring>
+#include <random>
+#include <system_error>
+
+#include "engine/render/mask_files.h"
+
+namespace lumivale {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t signatureSize = 8;
+
+// What libpng's error callback leaves for the code after the jump.
+struct PngFailure {
+  char message[256] = {};
+};
+
+[[noreturn]] void onPngError(png_structp png, png_const_charp message) {
+  auto* failure = static_cast<PngFailure*>(png_get_error_ptr(png));
+  std::snprintf(failure->message, sizeof failure->message, "%s", message ? message : "unknown error");
+  png_longjmp(png, 1);
+}
+
+void onPngWarning(png_structp, png_const_charp) {}
+
+std::string quoted(const fs::path& file) { return "\"" + file.string() + "\""; }
+
+std::string systemMessage(int error) { return std::generic_category().message(error); }
+
+// ---- reading ----
+
+struct FileCloser {
+  void operator()(std::FILE* f) const { std::fclose(f); }
+};
+using FileHandle = std::unique_ptr<std::FILE, FileCloser>;
+
+class PngReadHandle {
+ public:
+  explicit PngReadHandle(PngFailure* failure)
+      : png(png_create_read_struct(PNG_LIBPNG_VER_STRING, failure, onPngError, onPngWarning)),
+        info(png ? png_create_info_struct(png) : nullptr) {}
+  ~PngReadHandle() { png_destroy_read_struct(&png, info ? &info : nullptr, nullptr); }
+  PngReadHandle(const PngReadHandle&) = delete;
+  PngReadHandle& operator=(const PngReadHandle&) = delete;
+
+  png_structp png;
+  png_infop info;
+};
+
+// The pixels of one PNG as coverage, both ways it may be wanted.
+struct CoverageRows {
+  std::uint32_t width = 0;
+  std::uint32_t height = 0;
+  bool tooLarge = false;
+  bool translucent = false;         ///< some alpha value below full
+  std::vector<std::uint8_t> grey;   ///< grey channel or luma of RGB, 8 bits
+  std::vector<std::uint8_t> alpha;  ///< alpha, 8 bits; empty without alpha
+  std::vector<std::uint8_t> row;    ///< one decoded row (non-interlaced)
+  std::vector<std::uint8_t> image;  ///< every decoded row (interlaced)
+  std::vector<png_bytep> rowPointers;
+};
+
+// Rounds v of 0 … maxValue to 0 … 255.
+inline std::uint8_t to8(std::uint32_t v, std::uint32_t maxValue) {
+  return std::uint8_t((std::uint64_t(v) * 255 + maxValue / 2) / maxValue);
+}
+
+// Luma with weights 2126, 7152 and 722 in ten-thousandths, rounded to 8 bits.
+inline std::uint8_t luma8(std::uint32_t r, std::uint32_t g, std::uint32_t b, std::uint32_t maxValue) {
+  const std::uint64_t weighted = 2126ull * r + 7152ull * g + 722ull * b;
+  const std::uint64_t scale = 10000ull * maxValue;
+  return std::uint8_t((weighted * 255 + scale / 2) / scale);
+}
+
+// Turns one decoded row (1 to 4 channels of 8 or 16 bits, big-endian) into
+// coverage row y.
+void convertRow(CoverageRows& out, const std::uint8_t* row, std::uint32_t y, int channels, int depth) {
+  const std::uint32_t maxValue = depth == 16 ? 65535 : 255;
+  const bool hasAlpha = channels == 2 || channels == 4;
+  std::uint8_t* grey = out.grey.data() + std::size_t(y) * out.width;
+  std::uint8_t* alpha = hasAlpha ? out.alpha.data() + std::size_t(y) * out.width : nullptr;
+  const auto sample = [&](std::size_t i) -> std::uint32_t {
+    return depth == 16 ? std::uint32_t(row[2 * i]) << 8 | row[2 * i + 1] : row[i];
+  };
+  for (std::uint32_t x = 0; x < out.width; ++x) {
+    const std::size_t first = std::size_t(x) * channels;
+    grey[x] = channels >= 3 ? luma8(sample(first), sample(first + 1), sample(first + 2), maxValue)
+                            : to8(sample(first), maxValue);
+    if (hasAlpha) {
+      const std::uint32_t a = sample(first + channels - 1);
+      if (a < maxValue) out.translucent = true;
+      alpha[x] = to8(a, maxValue);
+    }
+  }
+}
+
+// Reads the PNG whose signature has been consumed. False when libpng failed
+// (the message is in the failure record).
+bool readPixels(png_structp png, png_infop info, CoverageRows* out) {
+  if (setjmp(png_jmpbuf(png))) return false;
+
+  png_set_sig_bytes(png, int(signatureSize));
+  // Our own size check gives the clearer message; let libpng read any header.
+  png_set_user_limits(png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
+  png_read_info(png, info);
+  out->width = png_get_image_width(png, info);
+  out->height = png_get_image_height(png, info);
+  if (out->width > std::uint32_t(maxMaskImageSide) || out->height > std::uint32_t(maxMaskImageSide) ||
+      std::uint64_t(out->width) * out->height > MaskBitmap::maxPixels) {
+    out->tooLarge = true;
+    return true;
+  }
+
+  // Palette to RGB, grey below 8 bits to 8, tRNS to an alpha channel; 16-bit
+  // samples stay 16-bit so that they are rounded once, at the end.
+  png_set_expand(png);
+  const int passes = png_set_interlace_handling(png);
+  png_read_update_info(png, info);
+  const int channels = png_get_channels(png, info);
+  const int depth = png_get_bit_depth(png, info);
+  if (channels < 1 || channels > 4 || (depth != 8 && depth != 16)) png_error(png, "unsupported pixel layout");
+  const std::size_t rowBytes = png_get_rowbytes(png, info);
+
+  const std::size_t pixels = std::size_t(out->width) * out->height;
+  out->grey.resize(pixels);
+  if (channels == 2 || channels == 4) out->alpha.resize(pixels);
+  if (passes == 1) {
+    out->row.resize(rowBytes);
+    for (std::uint32_t y = 0; y < out->height; ++y) {
+      png_read_row(png, out->row.data(), nullptr);
+      convertRow(*out, out->row.data(), y, channels, depth);
+    }
+  } else {
+    // Interlaced rows arrive in several passes over the whole image.
+    out->image.resize(rowBytes * out->height);
+    out->rowPointers.resize(out->height);
+    for (std::uint32_t y = 0; y < out->height; ++y) out->rowPointers[y] = out->image.data() + rowBytes * y;
+    png_read_image(png, out->rowPointers.data());
+    for (std::uint32_t y = 0; y < out->height; ++y) convertRow(*out, out->rowPointers[y], y, channels, depth);
+  }
+  // Reading on to the end checks the rest of the file (a cut-off file fails).
+  png_read_end(png, nullptr);
+  return true;
+}
+
+// ---- writing ----
+
+class PngWriteHandle {
+ public:
+  explicit PngWriteHandle(PngFailure* failure)
+      : png(png_create_write_struct(PNG_LIBPNG_VER_STRING, failure, onPngError, onPngWarning)),
+        info(png ? png_create_info_struct(png) : nullptr) {}
+  ~PngWriteHandle() { png_destroy_write_struct(&png, info ? &info : nullptr); }
+  PngWriteHandle(const PngWriteHandle&) = delete;
+  PngWriteHandle& operator=(const PngWriteHandle&) = delete;
+
+  png_structp png;
+  png_infop info;
+};
+
+struct WriteTarget {
+  int fd = -1;
+  int error = 0;  ///< errno of a failed write
+};
+
+void writeToFd(png_structp png, png_bytep data, png_size_t length) {
+  auto* target = static_cast<WriteTarget*>(png_get_io_ptr(png));
+  while (length > 0) {
+    const ssize_t n = ::write(target->fd, data, length);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      target->error = n < 0 ? errno : EIO;
+      png_error(png, "write failed");
+    }
+    data += n;
+    length -= std::size_t(n);
+  }
+}
+
+void flushNothing(png_structp) {}
+
+bool writePixels(png_structp png, png_infop info, const MaskBitmap* bitmap, WriteTarget* target) {
+  if (setjmp(png_jmpbuf(png))) return false;
+
+  png_set_write_fn(png, target, writeToFd, flushNothing);
+  png_set_IHDR(png, info, png_uint_32(bitmap->width), png_uint_32(bitmap->height), 8, PNG_COLOR_TYPE_GRAY,
+               PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  png_write_info(png, info);
+  for (int y = 0; y < bitmap->height; ++y)
+    png_write_row(png, bitmap->bytes.data() + std::size_t(y) * bitmap->width);
+  png_write_end(png, info);
+  return true;
+}
+
+// A hidden file beside `file`, created anew (never an existing one); its
+// permissions follow the process's umask like any other new file.
+int createTemporary(const fs::path& file, fs::path& temporary) {
+  static thread_local std::mt19937_64 random{std::random_device{}()};
+  for (int attempt = 0; attempt < 16; ++attempt) {
+    char suffix[32];
+    std::snprintf(suffix, sizeof suffix, ".%016llx.tmp", static_cast<unsigned long long>(random()));
+    temporary = file.parent_path() / ("." + file.filename().string() + suffix);
+    const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd >= 0 || errno != EEXIST) return fd;
+  }
+  errno = EEXIST;
+  return -1;
+}
+
+// Moves the finished temporary file to `file`. Without `replace`, an existing
+// file wins, even one that appeared while we were writing: renameat2 refuses
+// atomically; where the file system cannot do that, link() (which never
+// replaces) and finally a check before rename stand in. Returns 0 or errno.
+int moveIntoPlace(const fs::path& temporary, const fs::path& file, bool replace) {
+  if (replace) return ::rename(temporary.c_str(), file.c_str()) == 0 ? 0 : errno;
+  if (::renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, file.c_str(), RENAME_NOREPLACE) == 0) return 0;
+  if (errno != EINVAL && errno != ENOSYS) return errno;
+  if (::link(temporary.c_str(), file.c_str()) == 0) {
+    ::unlink(temporary.c_str());
+    return 0;
+  }
+  if (errno == EEXIST) return EEXIST;
+  struct stat existing;
+  if (::lstat(file.c_str(), &existing) == 0) return EEXIST;
+  return ::rename(temporary.c_str(), file.c_str()) == 0 ? 0 : errno;
+}
+
+bool nameTaken(const fs::path& file) {
+  struct stat existing;
+  return ::lstat(file.c_str(), &existing) == 0;  // a dangling link counts too
+}
+
+}  // namespace
+
+MaskBitmap maskBitmapFromImageFile(const fs::path& file) {
+  FileHandle handle(std::fopen(file.c_str(), "rb"));
+  if (!handle) throw MaskImageError("cannot open " + quoted(file) + ": " + systemMessage(errno));
+  unsigned char signature[signatureSize];
+  const std::size_t got = std::fread(signature, 1, signatureSize, handle.get());
+  if (got < signatureSize && std::ferror(handle.get()))
+    throw MaskImageError("cannot read " + quoted(file) + ": " + systemMessage(errno));
+  if (got == 0) throw MaskImageError(quoted(file) + ": empty file");
+  if (got < signatureSize || png_sig_cmp(signature, 0, signatureSize) != 0)
+    throw MaskImageError(quoted(file) + ": not a PNG image");
+
+  PngFailure failure;
+  PngReadHandle reader(&failure);
+  if (!reader.png || !reader.info) throw MaskImageError("cannot read " + quoted(file) + ": out of memory");
+  png_init_io(reader.png, handle.get());
+  CoverageRows rows;
+  try {
+    if (!readPixels(reader.png, reader.info, &rows))
+      throw MaskImageError(quoted(file) + ": damaged PNG image (" + failure.message + ")");
+  } catch (const std::bad_alloc&) {
+    throw MaskImageError(quoted(file) + ": too large to read into memory");
+  }
+  if (rows.tooLarge)
+    throw MaskImageError(quoted(file) + ": too large (" + std::to_string(rows.width) + " × " +
+                         std::to_string(rows.height) + "; a mask may have at most " +
+                         std::to_string(maxMaskImageSide) + " pixels on a side and " +
+                         std::to_string(MaskBitmap::maxPixels) + " pixels in all)");
+
+  MaskBitmap bitmap;
+  bitmap.width = int(rows.width);
+  bitmap.height = int(rows.height);
+  bitmap.bytes = rows.translucent ? std::move(rows.alpha) : std::move(rows.grey);
+  return bitmap;
+}
+
+void writeMaskPNG(const MaskBitmap& bitmap, const fs::path& file, bool replaceExisting) {
+  if (bitmap.width <= 0 || bitmap.height <= 0)
+    throw MaskImageError("cannot write " + quoted(file) + ": the mask bitmap is empty");
+  if (bitmap.bytes.size() != std::size_t(bitmap.width) * std::size_t(bitmap.height))
+    throw MaskImageError("cannot write " + quoted(file) + ": the mask bitmap's bytes do not match its size");
+  if (file.filename().empty()) throw MaskImageError("cannot write " + quoted(file) + ": not a file name");
+  const auto refuse = [&] {
+    return MaskImageError(quoted(file) + " already exists; it is not replaced unless asked to");
+  };
+  if (!replaceExisting && nameTaken(file)) throw refuse();
+
+  fs::path temporary;
+  const int fd = createTemporary(file, temporary);
+  if (fd < 0) throw MaskImageError("cannot write " + quoted(file) + ": " + systemMessage(errno));
+
+  // From here on the temporary file goes away unless it was renamed.
+  WriteTarget target{fd};
+  std::string failure;
+  {
+    PngFailure pngFailure;
+    PngWriteHandle writer(&pngFailure);
+    if (!writer.png || !writer.info) {
+      failure = "out of memory";
+    } else if (!writePixels(writer.png, writer.info, &bitmap, &target)) {
+      failure = target.error ? systemMessage(target.error) : std::string(pngFailure.message);
+    }
+  }
+  if (failure.empty() && ::fsync(fd) != 0 && errno != EINVAL) failure = systemMessage(errno);
+  if (::close(fd) != 0 && failure.empty()) failure = systemMessage(errno);
+  if (failure.empty()) {
+    const int error = moveIntoPlace(temporary, file, replaceExisting);
+    if (error == EEXIST) {
+      ::unlink(temporary.c_str());
+      throw refuse();
+    }
+    if (error != 0) failure = systemMessage(error);
+  }
+  if (!failure.empty()) {
+    ::unlink(temporary.c_str());
+    throw MaskImageError("cannot write " + quoted(file) + ": " + failure);
+  }
+}
+
+}  // namespace lumivale

@@ -167,6 +167,7 @@ const std::vector<Command>& commands() {
     addLibraryCommands(t);
     addImportCommands(t);
     addOrganizeCommands(t);
+    addEditCommands(t);
     return t;
   }();
   return table;

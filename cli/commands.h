@@ -10,5 +10,6 @@ namespace lumivale::cli {
 void addLibraryCommands(std::vector<Command>& table);
 void addImportCommands(std::vector<Command>& table);
 void addOrganizeCommands(std::vector<Command>& table);
+void addEditCommands(std::vector<Command>& table);
 
 }  // namespace lumivale::cli

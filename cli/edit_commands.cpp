@@ -402,7 +402,7 @@ int snapshot(Context& ctx, const Arguments& args) {
     std::string name = requireName(textFrom(args, 2), "a snapshot");
     std::int64_t made = library.addSnapshot(id, name, library.settings(id));
     if (ctx.json) {
-      ctx.printJson(snapshotJson(*library.snapshot(made)));
+      ctx.printJson(snapshotJson(library.snapshot(made).value_or(Snapshot{made, id, name, {}, 0})));
     } else {
       ctx.out << "Added snapshot " << made << " " << quoted(name) << " of photo " << id << "\n";
     }

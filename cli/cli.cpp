@@ -168,6 +168,8 @@ const std::vector<Command>& commands() {
     addImportCommands(t);
     addOrganizeCommands(t);
     addLutCommands(t);
+    addMaskCommands(t);
+    addEditCommands(t);
     return t;
   }();
   return table;

@@ -32,17 +32,11 @@ namespace fs = std::filesystem;
 constexpr int smallestSize = 2;
 constexpr int largestSize = 129;
 
-// A photo's current settings: its stored edit, or the settings a photo
-// starts with when it was never edited. Those differ for RAW files only in
-// sharpening and colour noise reduction, which the tone cube does not hold,
-// so the default record stands in for both.
+// A photo's current settings: its stored edit, or the settings it starts
+// with when it was never edited.
 EditSettings photoSettings(PhotoLibrary& library, std::int64_t id) {
   if (!library.photo(id)) throw CommandError("there is no photo with id " + std::to_string(id));
-  auto rows = library.db().query("SELECT edits FROM photos WHERE id = ?", {SQLValue(id)});
-  if (rows.empty() || rows[0].empty()) return EditSettings{};
-  std::optional<Blob> blob = rows[0][0].dataValue();
-  if (!blob || blob->empty()) return EditSettings{};
-  return EditSettings::decode(*blob);
+  return library.settings(id);
 }
 
 // Settings from a file in the stored form. Keys are read tolerantly, like a

@@ -24,6 +24,9 @@
 #include "engine/catalog/library_query.h"
 #include "engine/catalog/photo_record.h"
 #include "engine/catalog/sqlite_db.h"
+#include "engine/edit/edit_settings.h"
+#include "engine/edit/presets.h"
+#include "engine/edit/settings_group.h"
 
 namespace lumivale {
 
@@ -52,6 +55,33 @@ struct Collection {
   std::string name;
   int count = 0;
   bool operator==(const Collection&) const = default;
+};
+
+/// One step of a photo's edit history: the settings after the step.
+struct HistoryStep {
+  int seq = 0;       ///< step number, from 1; step 1 is "Import"
+  std::string name;  ///< what the step did
+  EditSettings settings;
+  double date = 0;  ///< seconds since 1970
+  bool operator==(const HistoryStep&) const = default;
+};
+
+/// A photo's history steps in order, and the step its current settings
+/// came from (0: no history yet).
+struct EditHistory {
+  std::vector<HistoryStep> steps;
+  int position = 0;
+  bool operator==(const EditHistory&) const = default;
+};
+
+/// Named settings of one photo, kept apart from its history.
+struct Snapshot {
+  std::int64_t id = 0;     ///< the snapshot's own row id
+  std::int64_t photo = 0;  ///< the photo it belongs to
+  std::string name;
+  EditSettings settings;
+  double date = 0;  ///< seconds since 1970
+  bool operator==(const Snapshot&) const = default;
 };
 
 class PhotoLibrary {
@@ -166,7 +196,83 @@ class PhotoLibrary {
   /// never touched. Unknown ids are passed over.
   void remove(const std::vector<std::int64_t>& ids);
 
+  // Edits
+  //
+  // Settings are stored as the JSON form of `EditSettings`; a value that
+  // cannot be encoded is stored as an empty blob, and an empty or unreadable
+  // blob reads as the photo's initial settings. Reads never throw. Writes
+  // throw SQLError and are all-or-nothing; a write for a photo that is not
+  // in the catalog throws "No photo with id N" and changes nothing. Batch
+  // writes (`applyPreset`, `copySettings`) are one transaction for all
+  // their photos.
+
+  /// The settings of a photo never saved: the defaults, with sharpening and
+  /// colour noise reduction at 25 for a RAW file.
+  static EditSettings initialSettings(bool isRaw);
+
+  /// The photo's current settings; its initial settings when none are
+  /// stored or they cannot be read (an unknown photo: the non-RAW ones).
+  EditSettings settings(std::int64_t id);
+
+  /// The stored settings text exactly as stored, or nothing when the photo
+  /// has none that can be read.
+  std::optional<std::string> storedSettings(std::int64_t id);
+
+  /// Stores the photo's settings, its `edited` flag and edit date. With a
+  /// `step` name also records a history step after the current position:
+  /// the redo tail is dropped, the first step ever is preceded by step 1
+  /// "Import" holding the initial settings, and the position moves to the
+  /// new step. Without a step, history and position stay as they are.
+  void saveSettings(std::int64_t id, const EditSettings& settings,
+                    const std::optional<std::string>& step = std::nullopt);
+
+  /// The photo's steps (rows that cannot be read are left out) and position.
+  EditHistory history(std::int64_t id);
+
+  /// Makes the settings of step `seq` current and moves the position there;
+  /// the steps themselves stay. Nothing (and no change) when the photo has
+  /// no such step.
+  std::optional<EditSettings> goToHistory(std::int64_t id, int seq);
+
+  /// The photo's snapshots, oldest first; unreadable ones left out.
+  std::vector<Snapshot> snapshots(std::int64_t id);
+  /// One snapshot by its own id, or nothing.
+  std::optional<Snapshot> snapshot(std::int64_t snapshotId);
+  /// Records named settings for the photo; returns the snapshot's id. The
+  /// photo's settings and history are not touched.
+  std::int64_t addSnapshot(std::int64_t id, const std::string& name, const EditSettings& settings);
+  void deleteSnapshot(std::int64_t snapshotId);
+
+  /// The user's presets by name without regard to case; unreadable ones
+  /// left out.
+  std::vector<UserPreset> userPresets();
+  /// Stores a preset carrying `groups`; a preset of the same name (compared
+  /// exactly) is replaced and gets a new id, which is returned.
+  std::int64_t savePreset(const std::string& name, const EditSettings& settings,
+                          const std::set<SettingsGroup>& groups);
+  void deletePreset(std::int64_t id);
+
+  /// Applies a look or a user preset to each photo by the preset rule (the
+  /// non-local groups reset, then the carried groups taken from the
+  /// preset), each photo getting one step "Preset: " + the preset's name.
+  void applyPreset(const std::vector<std::int64_t>& ids, const BuiltInPreset& look);
+  void applyPreset(const std::vector<std::int64_t>& ids, const UserPreset& preset);
+
+  /// Copies the `groups` of photo `from`'s settings onto each photo of `to`
+  /// (copy and paste, sync), each getting one step named `step`. The source
+  /// itself is passed over when it is among the targets.
+  void copySettings(std::int64_t from, const std::vector<std::int64_t>& to,
+                    const std::set<SettingsGroup>& groups = allButLocal(),
+                    const std::string& step = "Paste Settings");
+
  private:
+  // The body of `saveSettings`, run inside a transaction the caller holds
+  // (transactions do not nest), so batches can save many photos in one.
+  void writeSettings(std::int64_t id, const EditSettings& settings, const std::optional<std::string>& step,
+                     double now);
+  void applyPresetSettings(const std::vector<std::int64_t>& ids, const std::string& name,
+                           const EditSettings& preset, const std::set<SettingsGroup>& groups);
+
   std::filesystem::path folder_;
   std::unique_ptr<SQLiteDB> db_;
 };

@@ -1,0 +1,189 @@
+// Commands for the local masks of a photo: list them, bring a coverage PNG
+// made by another tool in as a smart mask, write a mask's bitmap out as a
+// grey PNG, and delete a mask. Every change is one history step, so it can
+// be undone like any edit.
+
+#include <cstdio>
+#include <filesystem>
+
+#include "cli/commands.h"
+#include "engine/catalog/photo_library.h"
+#include "engine/render/mask_files.h"
+
+namespace lumivale::cli {
+namespace {
+
+
+PhotoRecord requirePhoto(PhotoLibrary& library, std::int64_t id) {
+  auto record = library.photo(id);
+  if (!record) throw CommandError("no photo with id " + std::to_string(id));
+  return *record;
+}
+
+std::string number(double v) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%g", v);
+  return text;
+}
+
+nlohmann::json maskJson(const PhotoMask& mask, std::size_t index) {
+  nlohmann::json adjust = nlohmann::json::object();
+  for (const auto& [name, value] : nonZeroAdjustments(mask.adjust)) adjust[std::string(name)] = value;
+  nlohmann::json bitmap = nullptr;
+  if (mask.maskPNG) {
+    if (auto size = storedBitmapSize(*mask.maskPNG)) {
+      bitmap = {{"width", size->first}, {"height", size->second}, {"bytes", mask.maskPNG->size()}};
+    }
+  }
+  return {{"index", index},
+          {"id", mask.id},
+          {"name", mask.name},
+          {"kind", std::string(key(mask.kind))},
+          {"invert", mask.invert},
+          {"opacity", mask.opacity},
+          {"adjust", adjust},
+          {"dabs", mask.dabs.size()},
+          {"bitmap", bitmap}};
+}
+
+int listMasks(Context& ctx, const Arguments& args) {
+  if (args.positional.size() != 2) throw UsageError("expected: mask list ID");
+  PhotoLibrary& library = ctx.library();
+  const std::int64_t id = parseId(args.positional[1]);
+  requirePhoto(library, id);
+  const EditSettings settings = library.settings(id);
+  if (ctx.json) {
+    nlohmann::json masks = nlohmann::json::array();
+    for (std::size_t i = 0; i < settings.masks.size(); ++i) masks.push_back(maskJson(settings.masks[i], i));
+    ctx.printJson({{"photo", id}, {"masks", masks}});
+    return 0;
+  }
+  if (settings.masks.empty()) {
+    ctx.out << "Photo " << id << " has no masks.\n";
+    return 0;
+  }
+  for (std::size_t i = 0; i < settings.masks.size(); ++i) {
+    const PhotoMask& m = settings.masks[i];
+    ctx.out << i << "  " << m.id << "  " << m.name << "  (" << key(m.kind) << ")";
+    if (m.invert) ctx.out << "  inverted";
+    if (m.opacity != 1) ctx.out << "  opacity " << number(m.opacity);
+    std::string adjustments;
+    for (const auto& [name, value] : nonZeroAdjustments(m.adjust)) {
+      adjustments += (adjustments.empty() ? "" : ", ") + std::string(name) + " " + number(value);
+    }
+    ctx.out << "  " << (adjustments.empty() ? "no adjustments" : adjustments);
+    if (m.kind == MaskKind::brush) ctx.out << "  " << m.dabs.size() << " dabs";
+    if (isSmart(m.kind)) {
+      auto size = m.maskPNG ? storedBitmapSize(*m.maskPNG) : std::nullopt;
+      if (size) {
+        ctx.out << "  bitmap " << size->first << " \u00d7 " << size->second;
+      } else {
+        ctx.out << "  no bitmap";
+      }
+    }
+    ctx.out << "\n";
+  }
+  return 0;
+}
+
+int importMask(Context& ctx, const Arguments& args) {
+  if (args.positional.size() != 3) throw UsageError("expected: mask import ID FILE.png");
+  PhotoLibrary& library = ctx.library();
+  const std::int64_t id = parseId(args.positional[1]);
+  MaskKind kind = MaskKind::subject;
+  if (auto text = args.value("--kind")) {
+    auto parsed = maskKindFromKey(*text);
+    if (!parsed || !isSmart(*parsed)) throw UsageError("--kind must be subject, sky or people");
+    kind = *parsed;
+  }
+  std::optional<std::string> name = args.value("--name");
+  if (name && name->empty()) throw UsageError("--name needs a name");
+  requirePhoto(library, id);
+  const MaskBitmap bitmap = maskBitmapFromImageFile(args.positional[2]);
+  PhotoMask mask = smartMaskFromBitmap(bitmap, kind, name);
+  EditSettings settings = library.settings(id);
+  settings.masks.push_back(mask);
+  library.saveSettings(id, settings, std::string("Import Mask"));
+  if (ctx.json) {
+    ctx.printJson({{"photo", id},
+                   {"mask", maskJson(mask, settings.masks.size() - 1)}});
+  } else {
+    ctx.out << "Imported mask " << mask.id << " (" << mask.name << ", " << bitmap.width << " \u00d7 "
+            << bitmap.height << ") into photo " << id << "\n";
+  }
+  return 0;
+}
+
+int exportMask(Context& ctx, const Arguments& args) {
+  if (args.positional.size() != 3) throw UsageError("expected: mask export ID MASK_ID -o FILE.png");
+  auto output = args.value("-o");
+  if (!output || output->empty()) throw UsageError("mask export needs -o FILE.png");
+  PhotoLibrary& library = ctx.library();
+  const std::int64_t id = parseId(args.positional[1]);
+  const PhotoRecord record = requirePhoto(library, id);
+  const EditSettings settings = library.settings(id);
+  const PhotoMask& mask = settings.masks.at(findMask(settings.masks, args.positional[2]));
+  const MaskBitmap bitmap = maskBitmapForExport(mask, record.width, record.height);
+  writeMaskPNG(bitmap, *output, args.has("--force"));
+  if (ctx.json) {
+    ctx.printJson({{"photo", id},
+                   {"mask", mask.id},
+                   {"file", std::filesystem::absolute(*output).string()},
+                   {"width", bitmap.width},
+                   {"height", bitmap.height}});
+  } else {
+    ctx.out << "Wrote " << *output << " (" << bitmap.width << " \u00d7 " << bitmap.height << ")\n";
+  }
+  return 0;
+}
+
+int deleteMask(Context& ctx, const Arguments& args) {
+  if (args.positional.size() != 3) throw UsageError("expected: mask delete ID MASK_ID");
+  PhotoLibrary& library = ctx.library();
+  const std::int64_t id = parseId(args.positional[1]);
+  requirePhoto(library, id);
+  EditSettings settings = library.settings(id);
+  const std::size_t index = findMask(settings.masks, args.positional[2]);
+  const PhotoMask removed = settings.masks[index];
+  settings.masks.erase(settings.masks.begin() + static_cast<std::ptrdiff_t>(index));
+  library.saveSettings(id, settings, std::string("Delete Mask"));
+  if (ctx.json) {
+    ctx.printJson({{"photo", id}, {"deleted", removed.id}, {"masks", settings.masks.size()}});
+  } else {
+    ctx.out << "Deleted mask " << removed.id << " (" << removed.name << ") from photo " << id << "\n";
+  }
+  return 0;
+}
+
+int mask(Context& ctx, const Arguments& args) {
+  if (args.positional.empty()) throw UsageError("mask needs list, import, export or delete");
+  const std::string& action = args.positional[0];
+  if (action == "list") return listMasks(ctx, args);
+  if (action == "import") return importMask(ctx, args);
+  if (action == "export") return exportMask(ctx, args);
+  if (action == "delete") return deleteMask(ctx, args);
+  throw UsageError("unknown mask action '" + action + "'");
+}
+
+}  // namespace
+
+void addMaskCommands(std::vector<Command>& table) {
+  table.push_back(
+      {"mask", "mask list|import|export|delete ...", "List, import, export and delete a photo's local masks",
+       "  mask list ID                     the masks of a photo: index, id, name, kind, invert,\n"
+       "                                   opacity, adjustments and the stored bitmap's size\n"
+       "  mask import ID FILE.png [--kind subject|sky|people] [--name NAME]\n"
+       "                                   a PNG's coverage (its alpha where it has transparency,\n"
+       "                                   else its grey value) becomes a new smart mask\n"
+       "                                   (history step \"Import Mask\")\n"
+       "  mask export ID MASK_ID -o FILE.png [--force]\n"
+       "                                   the mask's bitmap as an 8-bit grey PNG; a brush mask is\n"
+       "                                   painted at 1024 on the long side; an existing file is\n"
+       "                                   only replaced with --force\n"
+       "  mask delete ID MASK_ID           remove a mask (history step \"Delete Mask\")\n"
+       "MASK_ID is a mask's id, a unique start of it, or its index in `mask list` (from 0).",
+       {{"--force"}, {"--kind", "--name", "-o"}},
+       mask});
+}
+
+}  // namespace lumivale::cli

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <thread>
 
+#include "tests/support/errors.h"
 #include "tests/support/library.h"
 
 using namespace lumivale;
@@ -15,9 +16,10 @@ using test::Ids;
 
 // Every stored edit of the catalog: equal dumps mean no edit changed.
 std::string dumpEdits(PhotoLibrary& library) {
-  return test::dumpRows(library, {"SELECT id, edits, edited, editDate, histPos FROM photos ORDER BY id",
-                                  "SELECT photo, seq, name, edits, date FROM history ORDER BY photo, seq",
-                                  "SELECT * FROM snapshots ORDER BY id", "SELECT * FROM presets ORDER BY id"});
+  return test::dumpRows(library,
+                        {"SELECT id, edits, edited, editDate, histPos FROM photos ORDER BY id",
+                         "SELECT photo, seq, name, edits, date FROM history ORDER BY photo, seq",
+                         "SELECT * FROM snapshots ORDER BY id", "SELECT * FROM presets ORDER BY id"});
 }
 
 const BuiltInPreset& look(const std::string& name) {
@@ -36,7 +38,8 @@ EditSettings withExposure(double exposure) {
 class EditsTest : public test::LibraryTest {
  protected:
   std::int64_t addPhoto(bool raw = false) {
-    return test::insertPhoto(library, "/p/" + std::to_string(++made) + (raw ? ".nef" : ".jpg"), {{"raw", raw}});
+    return test::insertPhoto(library, "/p/" + std::to_string(++made) + (raw ? ".nef" : ".jpg"),
+                             {{"raw", raw}});
   }
 
   SQLRow photoRow(std::int64_t id) {
@@ -244,12 +247,8 @@ TEST_F(EditsTest, WritesForAMissingPhotoFailAndLeaveNoRows) {
   const std::int64_t id = addPhoto();
   library.saveSettings(id, withExposure(1), "one");
   const std::string before = dumpEdits(library);
-  try {
-    library.saveSettings(77, withExposure(2), "orphan");
-    FAIL() << "no error";
-  } catch (const SQLError& e) {
-    EXPECT_STREQ(e.what(), "No photo with id 77");
-  }
+  EXPECT_EQ(test::errorMessage<SQLError>([&] { library.saveSettings(77, withExposure(2), "orphan"); }),
+            "No photo with id 77");
   EXPECT_THROW(library.saveSettings(77, withExposure(2)), SQLError);
   EXPECT_THROW(library.addSnapshot(77, "snap", withExposure(2)), SQLError);
   EXPECT_THROW(library.applyPreset(Ids{id, 77}, look("Natural Boost")), SQLError);
@@ -327,7 +326,8 @@ TEST_F(EditsTest, PresetsStoreTheirGroupsAsSortedKeys) {
   presets = library.userPresets();
   ASSERT_EQ(presets.size(), 6u);
   std::vector<UserPreset> warm;
-  std::copy_if(presets.begin(), presets.end(), std::back_inserter(warm), [](auto& p) { return p.name == "Warm"; });
+  std::copy_if(presets.begin(), presets.end(), std::back_inserter(warm),
+               [](auto& p) { return p.name == "Warm"; });
   EXPECT_EQ(warm, (std::vector<UserPreset>{{again, "Warm", withExposure(1), {SettingsGroup::whiteBalance}}}));
   for (const UserPreset& p : presets) EXPECT_NE(p.id, id);
   library.deletePreset(again);
@@ -415,7 +415,8 @@ TEST_F(EditsTest, CopySettingsTakesTheChosenGroupsOntoEachTarget) {
   EXPECT_EQ(expected.vignetteAmount, 0);
   EXPECT_EQ(library.settings(targets[0]), expected);
   EXPECT_EQ(library.settings(targets[1]), EditSettings{}.merging(s, allButLocal()));
-  for (std::int64_t id : {targets[0], targets[1]}) EXPECT_EQ(stepNames(id).back().substr(2), "Paste Settings");
+  for (std::int64_t id : {targets[0], targets[1]})
+    EXPECT_EQ(stepNames(id).back().substr(2), "Paste Settings");
   EXPECT_EQ(library.history(targets[0]).position, 3);
   EXPECT_EQ(library.history(targets[1]).position, 2);
   EXPECT_EQ(library.history(source).steps.size(), 2u);  // the source got no step

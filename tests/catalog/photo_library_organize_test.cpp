@@ -14,11 +14,12 @@ using Words = std::vector<std::string>;
 // Every row of every table that refers to photos: equal dumps mean an
 // unchanged catalog.
 std::string dumpTables(PhotoLibrary& library) {
-  return test::dumpRows(library, {"SELECT * FROM photos ORDER BY id", "SELECT * FROM keywords ORDER BY photo, word",
-                                  "SELECT * FROM collections ORDER BY id",
-                                  "SELECT * FROM collection_items ORDER BY collection, photo",
-                                  "SELECT photo, seq, name, edits, date FROM history ORDER BY photo, seq",
-                                  "SELECT * FROM snapshots ORDER BY id"});
+  return test::dumpRows(
+      library,
+      {"SELECT * FROM photos ORDER BY id", "SELECT * FROM keywords ORDER BY photo, word",
+       "SELECT * FROM collections ORDER BY id", "SELECT * FROM collection_items ORDER BY collection, photo",
+       "SELECT photo, seq, name, edits, date FROM history ORDER BY photo, seq",
+       "SELECT * FROM snapshots ORDER BY id"});
 }
 
 class OrganizeTest : public test::LibraryTest {

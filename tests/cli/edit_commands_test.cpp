@@ -47,8 +47,9 @@ TEST_F(EditCliTest, SettingsPrintsTheStoredTextOrTheInitialSettings) {
 }
 
 TEST_F(EditCliTest, EditSetsNestedFieldsAsOneStep) {
-  test::CliResult r = ok({"edit", "1", "exposure=0.5", "hsl.5.saturation=20", "crop.w=0.5", "cropAspect=1 : 1",
-                 "blackAndWhite=true", R"(curveRGB={"points":[{"x":0,"y":0.1},{"x":1,"y":0.9}]})"});
+  test::CliResult r =
+      ok({"edit", "1", "exposure=0.5", "hsl.5.saturation=20", "crop.w=0.5", "cropAspect=1 : 1",
+          "blackAndWhite=true", R"(curveRGB={"points":[{"x":0,"y":0.1},{"x":1,"y":0.9}]})"});
   EXPECT_NE(r.out.find("step 2"), std::string::npos) << r.out;
   EditSettings s = library.settings(1);
   EXPECT_EQ(s.exposure, 0.5);

@@ -10,15 +10,14 @@ namespace {
 class ImportCommandsTest : public test::CliLibraryTest {
  protected:
   void makePhotos() {
-    test::SampleTags tags;
-    tags.make = "Canon";
-    tags.model = "Canon EOS R5";
-    tags.iso = 100;
-    tags.exposure = test::Rational{1, 125};
-    tags.fNumber = test::Rational{8, 1};
-    tags.focal = test::Rational{35, 1};
-    tags.keywords = {"Harbour"};
-    test::writePhoto(dir / "photos/a.jpg", 24, 16, tags);
+    test::writePhoto(dir / "photos/a.jpg", 24, 16,
+                     {.make = "Canon",
+                      .model = "Canon EOS R5",
+                      .exposure = {{1, 125}},
+                      .fNumber = {{8, 1}},
+                      .focal = {{35, 1}},
+                      .iso = 100,
+                      .keywords = {"Harbour"}});
     test::writePhoto(dir / "photos/sub/b.png", 24, 16);
     test::writeFile(dir / "photos/broken.jpg", "not a photo");
   }

@@ -102,8 +102,9 @@ class LutCommandTest : public test::CliLibraryTest {
 
   // A catalogued photo with the given stored edit (none when absent).
   std::int64_t addPhoto(const std::string& name, bool raw, const std::optional<std::string>& edits) {
-    return test::insertPhoto(library, (dir / name).string(),
-                             {{"raw", raw}, {"edits", edits ? SQLValue(Blob(edits->begin(), edits->end())) : SQLValue()}});
+    return test::insertPhoto(
+        library, (dir / name).string(),
+        {{"raw", raw}, {"edits", edits ? SQLValue(Blob(edits->begin(), edits->end())) : SQLValue()}});
   }
 };
 

@@ -11,7 +11,8 @@ namespace {
 MaskBitmap pattern(int width, int height) {
   MaskBitmap bitmap(width, height, 0);
   for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width; ++x) bitmap.bytes[y * width + x] = static_cast<std::uint8_t>((x * 7 + y * 13) % 256);
+    for (int x = 0; x < width; ++x)
+      bitmap.bytes[y * width + x] = static_cast<std::uint8_t>((x * 7 + y * 13) % 256);
   }
   return bitmap;
 }
@@ -26,7 +27,8 @@ TEST_F(MaskCliTest, ImportedMaskSurvivesExportAndReimportBitForBit) {
   const MaskBitmap original = pattern(257, 93);
   writeMaskPNG(original, dir / "in.png");
 
-  auto r = run({"--json", "mask", "import", "1", (dir / "in.png").string(), "--kind", "sky", "--name", "Sky!"});
+  auto r =
+      run({"--json", "mask", "import", "1", (dir / "in.png").string(), "--kind", "sky", "--name", "Sky!"});
   ASSERT_EQ(r.status, 0) << r.err;
   const std::string id = r.json()["mask"]["id"];
   const auto& masks = library.settings(1).masks;

@@ -17,7 +17,8 @@ TEST(MaskKindTest, KeysParseBackAndOnlySelectionsAreSmart) {
     EXPECT_EQ(maskKindFromKey(key(kind)), kind);
   }
   EXPECT_EQ(keys, "brush linear radial subject* sky* people* ");
-  for (const char* unknown : {"", "Brush", "lasso", "sky "}) EXPECT_EQ(maskKindFromKey(unknown), std::nullopt);
+  for (const char* unknown : {"", "Brush", "lasso", "sky "})
+    EXPECT_EQ(maskKindFromKey(unknown), std::nullopt);
 }
 
 TEST(PhotoMaskTest, NewMasksAreNamedAfterTheirKindUnlessNamed) {

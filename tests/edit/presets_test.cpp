@@ -4,7 +4,6 @@
 
 #include <set>
 
-
 using namespace lumivale;
 
 namespace {
@@ -22,12 +21,13 @@ TEST(BuiltInPresetsTest, EighteenLooksInPanelOrder) {
     looks += look.name + " (" + look.category + "), ";
     EXPECT_FALSE(look.note.empty()) << look.name;
   }
-  EXPECT_EQ(looks,
-            "Natural Boost (Color), Grand Mesa Pop (Color), Bookcliff Sunset (Color), Colorado Blue Hour (Color), "
-            "Palisade Peach (Portrait), Soft Skin Glow (Portrait), Teal Canyon (Cinematic), Monument Matte (Film), "
-            "Faded Postcard (Film), Night Lights (Night), High Country Clarity (Landscape), High Key (Light), "
-            "Low Key Drama (Light), Silver Gelatin B&W (Black & White), Soft Gray B&W (Black & White), "
-            "Selenium Mesa (Black & White), Desert Gold (Color), Clean Product (Studio), ");
+  EXPECT_EQ(
+      looks,
+      "Natural Boost (Color), Grand Mesa Pop (Color), Bookcliff Sunset (Color), Colorado Blue Hour (Color), "
+      "Palisade Peach (Portrait), Soft Skin Glow (Portrait), Teal Canyon (Cinematic), Monument Matte (Film), "
+      "Faded Postcard (Film), Night Lights (Night), High Country Clarity (Landscape), High Key (Light), "
+      "Low Key Drama (Light), Silver Gelatin B&W (Black & White), Soft Gray B&W (Black & White), "
+      "Selenium Mesa (Black & White), Desert Gold (Color), Clean Product (Studio), ");
   EXPECT_EQ(BuiltInPresets::all().front().note,
             "A gentle all-round lift: a little contrast, vibrance and shadow detail.");
 }

@@ -11,6 +11,7 @@
 
 #include "engine/render/tone_kernel.h"
 #include "tests/render/reference_tone.h"
+#include "tests/support/tone_settings.h"
 
 using namespace lumivale;
 
@@ -56,25 +57,6 @@ EditSettings randomSettings(std::mt19937& rng) {
     s.gradeBalance = value();
   }
   s.blackAndWhite = unit(rng) < 0.15;
-  return s;
-}
-
-// Every stage on, black and white excepted.
-EditSettings everyStage() {
-  EditSettings s;
-  s.temperature = 18, s.tint = -7;
-  s.whites = 12, s.blacks = -9, s.highlights = -35, s.shadows = 28, s.contrast = 24;
-  s.curveRGB.points = {{0, 0.03}, {0.25, 0.22}, {0.5, 0.53}, {0.75, 0.8}, {1, 0.97}};
-  s.curveRed.points = {{0, 0}, {0.3, 0.27}, {0.7, 0.74}, {1, 1}};
-  s.curveGreen.points = {{0, 0.02}, {0.5, 0.52}, {1, 0.98}};
-  s.curveBlue.points = {{0, 0.05}, {0.3, 0.25}, {0.7, 0.75}, {1, 0.95}};
-  s.hsl = {{10, -20, 5},  {-15, 10, 8}, {20, 15, -5},  {-30, 25, 10},
-           {12, -10, -8}, {25, 20, 5},  {-18, 12, -6}, {8, -5, 4}};
-  s.vibrance = 25, s.saturation = 10;
-  s.gradeShadows = {210, 20, -5};
-  s.gradeMidtones = {40, 10, 3};
-  s.gradeHighlights = {55, 15, 4};
-  s.gradeBlending = 60, s.gradeBalance = -10;
   return s;
 }
 
@@ -253,7 +235,7 @@ TEST(ToneLUTMapTest, MatchesThePlainReferenceOverRandomSettingsAndColours) {
 // the identity, in the scene domain it clips above display white.
 TEST(ToneLUTCubeTest, MatchesTheReferenceAtEveryGridPoint) {
   std::mt19937 rng(99);
-  std::vector<ToneParams> sets{ToneParams(), ToneParams(everyStage())};
+  std::vector<ToneParams> sets{ToneParams(), ToneParams(test::everyToneStage())};
   for (int i = 0; i < 12; ++i) sets.emplace_back(randomSettings(rng));
   MaskAdjust mask;
   mask.exposure = 0.7, mask.contrast = 30, mask.saturation = -40, mask.temperature = -25;
@@ -293,7 +275,7 @@ TEST(ToneLUTCubeTest, MatchesTheReferenceAtEveryGridPoint) {
 }
 
 TEST(ToneLUTCubeTest, ParallelFillEqualsASerialOne) {
-  for (const ToneParams& p : {ToneParams(), ToneParams(everyStage())}) {
+  for (const ToneParams& p : {ToneParams(), ToneParams(test::everyToneStage())}) {
     const int n = ToneLUT::dimension;
     std::vector<float> parallel = ToneLUT::cube(p, LUTDomain::scene, n);
     std::vector<float> serial(parallel.size(), -1.0f);
@@ -316,7 +298,7 @@ TEST(ToneLUTCubeTest, HostileSettingsStillGiveAFiniteUnitCube) {
   const int n = 9;
   std::vector<std::pair<std::string, EditSettings>> cases;
   auto add = [&](std::string what, auto change) {
-    EditSettings s = everyStage();
+    EditSettings s = test::everyToneStage();
     change(s);
     cases.emplace_back(std::move(what), s);
   };

@@ -248,17 +248,22 @@ void JsonReader::beginObject() {
   enter();
 }
 
-bool JsonReader::nextKey(std::string& key) {
+bool JsonReader::nextItem(char close) {
   skipWhitespace();
   if (pos >= in.size()) fail();
   const bool atFirst = first;
   first = false;
-  if (in[pos] == '}') {
+  if (in[pos] == close) {
     ++pos;
     --depth;
     return false;
   }
   if (!atFirst) expect(',');
+  return true;
+}
+
+bool JsonReader::nextKey(std::string& key) {
+  if (!nextItem('}')) return false;
   skipWhitespace();
   if (pos >= in.size() || in[pos] != '"') fail();
   key.clear();
@@ -272,19 +277,7 @@ void JsonReader::beginArray() {
   enter();
 }
 
-bool JsonReader::nextElement() {
-  skipWhitespace();
-  if (pos >= in.size()) fail();
-  const bool atFirst = first;
-  first = false;
-  if (in[pos] == ']') {
-    ++pos;
-    --depth;
-    return false;
-  }
-  if (!atFirst) expect(',');
-  return true;
-}
+bool JsonReader::nextElement() { return nextItem(']'); }
 
 void JsonReader::readString(std::string& out) {
   skipWhitespace();

@@ -2,24 +2,17 @@
 
 #include <benchmark/benchmark.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <memory>
-
-#include "engine/catalog/photo_library.h"
+#include "bench/bench_library.h"
 
 using namespace lumivale;
 
 namespace {
 
-class BigLibrary {
+class BigLibrary : public bench::TempLibrary {
  public:
   static constexpr int photos = 100000;
 
   BigLibrary() {
-    char pattern[] = "/tmp/lumivale-bench-XXXXXX";
-    folder = mkdtemp(pattern);
-    library = std::make_unique<PhotoLibrary>(folder);
     library->db().exec(R"SQL(
       WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 100000)
       INSERT INTO photos(path, folder, name, ext, size, width, height, capture, imported, camera, lens,
@@ -29,13 +22,6 @@ class BigLibrary {
              100 * (1 + i % 64), 1.0 / (1 + i % 4000), 2.8, 50, i % 6, i % 7 = 0 FROM n;
     )SQL");
   }
-  ~BigLibrary() {
-    library.reset();
-    std::filesystem::remove_all(folder);
-  }
-
-  std::filesystem::path folder;
-  std::unique_ptr<PhotoLibrary> library;
 };
 
 BigLibrary& big() {

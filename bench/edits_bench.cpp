@@ -8,13 +8,9 @@
 
 #include <benchmark/benchmark.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <map>
-#include <memory>
 #include <string>
 
-#include "engine/catalog/photo_library.h"
+#include "bench/bench_library.h"
 
 using namespace lumivale;
 
@@ -44,12 +40,9 @@ EditSettings sampleSettings(int i) {
   return s;
 }
 
-class Library {
+class Library : public bench::TempLibrary {
  public:
   explicit Library(int photos) {
-    char pattern[] = "/tmp/lumivale-bench-XXXXXX";
-    folder = mkdtemp(pattern);
-    library = std::make_unique<PhotoLibrary>(folder);
     const std::string n = std::to_string(photos);
     // Every third photo already has a saved edit, as a used library would.
     const std::string edit = *sampleSettings(1).encoded();
@@ -73,21 +66,9 @@ class Library {
     }
     library->db().exec("PRAGMA wal_checkpoint(TRUNCATE)");
   }
-  ~Library() {
-    library.reset();
-    std::filesystem::remove_all(folder);
-  }
-
-  std::filesystem::path folder;
-  std::unique_ptr<PhotoLibrary> library;
 };
 
-Library& libraryOf(int photos) {
-  static std::map<int, std::unique_ptr<Library>> made;
-  auto& slot = made[photos];
-  if (!slot) slot = std::make_unique<Library>(photos);
-  return *slot;
-}
+Library& libraryOf(int photos) { return bench::keptOfSize<Library>(photos); }
 
 // One committed slider gesture: a save with a named step.
 void BM_SaveSettingsWithStep(benchmark::State& state) {

@@ -30,19 +30,11 @@ class Folders {
     // A 6-megapixel camera-like JPEG: EXIF with every field import reads,
     // IPTC keywords, a real compressed body. Copies differ in their capture
     // time, as a camera's files do.
-    test::SampleTags tags;
-    tags.make = "Canon";
-    tags.model = "Canon EOS R5";
-    tags.lens = "RF24-70mm F2.8 L IS USM";
-    tags.dateTimeOriginal = "2023:06:01 12:00:00";
-    tags.exposure = test::Rational{1, 250};
-    tags.fNumber = test::Rational{28, 10};
-    tags.focal = test::Rational{50, 1};
-    tags.iso = 400;
-    tags.orientation = 1;
-    tags.keywords = {"harbour", "boats"};
     fs::path base = dir / "base.jpg";
-    test::writePhoto(base, 3000, 2000, tags);
+    test::writePhoto(base, 3000, 2000,
+                     {.make = "Canon", .model = "Canon EOS R5", .lens = "RF24-70mm F2.8 L IS USM",
+                      .dateTimeOriginal = "2023:06:01 12:00:00", .exposure = {{1, 250}}, .fNumber = {{28, 10}},
+                      .focal = {{50, 1}}, .iso = 400, .orientation = 1, .keywords = {"harbour", "boats"}});
     std::string bytes = test::readFile(base);
     std::size_t date = bytes.find("2023:06:01 12:00:00");
     for (int i = 0; i < jpegCount; ++i) {
@@ -77,19 +69,29 @@ Folders& folders() {
   return instance;
 }
 
-void importBenchmark(benchmark::State& state, const fs::path& folder, int expected) {
+// Times `work` on a new, empty library each iteration; making the library,
+// checking the result with `check` and removing it again are not timed.
+template <class Work, class Check>
+void onFreshLibraries(benchmark::State& state, Work work, Check check, const char* failure) {
   for (auto _ : state) {
     state.PauseTiming();
     auto libraryDir = std::make_unique<test::TempDir>();
     auto library = std::make_unique<PhotoLibrary>(libraryDir->path());
     state.ResumeTiming();
-    ImportResult result = library->importFolder(folder, true);
+    ImportResult result = work(*library);
     state.PauseTiming();
-    if (result.added != expected) state.SkipWithError("not every file was imported");
+    if (!check(*library, result)) state.SkipWithError(failure);
     library.reset();
     libraryDir.reset();
     state.ResumeTiming();
   }
+}
+
+void importBenchmark(benchmark::State& state, const fs::path& folder, int expected) {
+  onFreshLibraries(
+      state, [&](PhotoLibrary& library) { return library.importFolder(folder, true); },
+      [&](PhotoLibrary&, const ImportResult& result) { return result.added == expected; },
+      "not every file was imported");
   state.SetItemsProcessed(state.iterations() * expected);
   state.counters["files/s"] = benchmark::Counter(double(state.iterations() * expected), benchmark::Counter::kIsRate);
 }
@@ -121,33 +123,19 @@ BENCHMARK(BM_ReadJpegHeader)->Unit(benchmark::kMicrosecond);
 void BM_InsertHundredThousandPhotos(benchmark::State& state) {
   std::vector<fs::path> paths;
   std::vector<std::optional<PhotoMeta>> metas;
-  PhotoMeta meta;
-  meta.width = 6000;
-  meta.height = 4000;
-  meta.fileSize = 5000000;
-  meta.capture = 1.69e9;
-  meta.camera = "Canon EOS R5";
-  meta.lens = "RF24-70mm F2.8 L IS USM";
-  meta.iso = 400;
-  meta.shutter = 0.004;
-  meta.aperture = 2.8;
-  meta.focal = 50;
+  const PhotoMeta meta{.width = 6000, .height = 4000, .fileSize = 5000000, .capture = 1.69e9,
+                       .camera = "Canon EOS R5", .lens = "RF24-70mm F2.8 L IS USM", .iso = 400, .shutter = 0.004,
+                       .aperture = 2.8, .focal = 50};
   for (int i = 0; i < insertRows; ++i) {
     paths.push_back("/photos/" + std::to_string(i / 500) + "/IMG_" + std::to_string(i) + ".jpg");
     metas.push_back(meta);
   }
-  for (auto _ : state) {
-    state.PauseTiming();
-    auto libraryDir = std::make_unique<test::TempDir>();
-    auto library = std::make_unique<PhotoLibrary>(libraryDir->path());
-    state.ResumeTiming();
-    ImportResult result = library->insertPhotos(paths, metas);
-    state.PauseTiming();
-    if (result.added != insertRows || library->count() != insertRows) state.SkipWithError("rows missing");
-    library.reset();
-    libraryDir.reset();
-    state.ResumeTiming();
-  }
+  onFreshLibraries(
+      state, [&](PhotoLibrary& library) { return library.insertPhotos(paths, metas); },
+      [](PhotoLibrary& library, const ImportResult& result) {
+        return result.added == insertRows && library.count() == insertRows;
+      },
+      "rows missing");
   state.SetItemsProcessed(state.iterations() * insertRows);
 }
 BENCHMARK(BM_InsertHundredThousandPhotos)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);

@@ -7,28 +7,21 @@
 
 #include <benchmark/benchmark.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <map>
-#include <memory>
 #include <string>
 
-#include "engine/catalog/photo_library.h"
+#include "bench/bench_library.h"
 
 using namespace lumivale;
 
 namespace {
 
-class Library {
+class Library : public bench::TempLibrary {
  public:
   // 500 photos per folder, 3 keywords per photo from 200 words, 50
   // collections of 1,000 photos (50,000 items whatever the size, so the
   // collection scope returns the same number of photos at both sizes when
   // the library has at least 50,000 photos).
   explicit Library(int photos) : photos(photos) {
-    char pattern[] = "/tmp/lumivale-bench-XXXXXX";
-    folder = mkdtemp(pattern);
-    library = std::make_unique<PhotoLibrary>(folder);
     std::string n = std::to_string(photos);
     library->db().exec(
         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " + n +
@@ -57,23 +50,12 @@ class Library {
         "INSERT INTO folders(path, added) SELECT DISTINCT folder, 1.7e9 FROM photos;");
     library->db().exec("PRAGMA wal_checkpoint(TRUNCATE)");
   }
-  ~Library() {
-    library.reset();
-    std::filesystem::remove_all(folder);
-  }
 
   int photos;
-  std::filesystem::path folder;
-  std::unique_ptr<PhotoLibrary> library;
 };
 
 // Libraries are made on first use and kept for the whole run.
-Library& libraryOf(int photos) {
-  static std::map<int, std::unique_ptr<Library>> made;
-  auto& slot = made[photos];
-  if (!slot) slot = std::make_unique<Library>(photos);
-  return *slot;
-}
+Library& libraryOf(int photos) { return bench::keptOfSize<Library>(photos); }
 
 // Every photo, newest first: the grid when the library opens.
 void BM_DefaultGridQuery(benchmark::State& state) {
@@ -90,10 +72,10 @@ void BM_DefaultGridQuery(benchmark::State& state) {
 }
 BENCHMARK(BM_DefaultGridQuery)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 
-void BM_ThreeTokenSearch(benchmark::State& state) {
+void searchBench(benchmark::State& state, const char* text) {
   Library& lib = libraryOf(static_cast<int>(state.range(0)));
   LibraryQuery query;
-  query.text = "canon sky rating:>=3";
+  query.text = text;
   std::size_t rows = 0;
   for (auto _ : state) {
     auto records = lib.library->photos(query);
@@ -103,48 +85,37 @@ void BM_ThreeTokenSearch(benchmark::State& state) {
   }
   state.counters["records"] = static_cast<double>(rows);
 }
+
+void BM_ThreeTokenSearch(benchmark::State& state) { searchBench(state, "canon sky rating:>=3"); }
 BENCHMARK(BM_ThreeTokenSearch)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 
-void BM_ThreePlainWords(benchmark::State& state) {
+void BM_ThreePlainWords(benchmark::State& state) { searchBench(state, "eos sky IMG_1"); }
+BENCHMARK(BM_ThreePlainWords)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
+// A scope that returns `expected` photos whatever the library's size.
+void scopeBench(benchmark::State& state, const LibraryQuery& query, std::size_t expected) {
   Library& lib = libraryOf(static_cast<int>(state.range(0)));
-  LibraryQuery query;
-  query.text = "eos sky IMG_1";
-  std::size_t rows = 0;
   for (auto _ : state) {
     auto records = lib.library->photos(query);
-    rows = records.size();
-    if (rows == 0) state.SkipWithError("the search found nothing");
+    if (records.size() != expected) state.SkipWithError("wrong number of records");
     benchmark::DoNotOptimize(records.data());
   }
-  state.counters["records"] = static_cast<double>(rows);
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(expected));
 }
-BENCHMARK(BM_ThreePlainWords)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 
 // One folder of 500 photos: through the folder index, so the same time at
 // both sizes.
 void BM_FolderScope(benchmark::State& state) {
-  Library& lib = libraryOf(static_cast<int>(state.range(0)));
   LibraryQuery query;
   query.folder = "/photos/7";
-  for (auto _ : state) {
-    auto records = lib.library->photos(query);
-    if (records.size() != 500) state.SkipWithError("wrong number of records");
-    benchmark::DoNotOptimize(records.data());
-  }
-  state.SetItemsProcessed(state.iterations() * 500);
+  scopeBench(state, query, 500);
 }
 BENCHMARK(BM_FolderScope)->Arg(10000)->Arg(100000)->Unit(benchmark::kMicrosecond);
 
 void BM_CollectionScope(benchmark::State& state) {
-  Library& lib = libraryOf(static_cast<int>(state.range(0)));
   LibraryQuery query;
   query.collection = 3;
-  for (auto _ : state) {
-    auto records = lib.library->photos(query);
-    if (records.size() != 1000) state.SkipWithError("wrong number of records");
-    benchmark::DoNotOptimize(records.data());
-  }
-  state.SetItemsProcessed(state.iterations() * 1000);
+  scopeBench(state, query, 1000);
 }
 BENCHMARK(BM_CollectionScope)->Arg(10000)->Arg(100000)->Unit(benchmark::kMicrosecond);
 
@@ -188,14 +159,15 @@ BENCHMARK(BM_AddKeywordToOnePhoto)->Arg(10000)->Arg(100000)->Unit(benchmark::kMi
 // snapshots tables have no index that starts with the photo, so each removal
 // reads them whole. Measured on libraries of their own, taking photos from
 // the top.
+struct RemovalLibrary : Library {
+  using Library::Library;
+};
+
 void BM_RemoveOnePhoto(benchmark::State& state) {
-  static std::map<int, std::unique_ptr<Library>> own;
-  int size = static_cast<int>(state.range(0));
-  auto& slot = own[size];
-  if (!slot) slot = std::make_unique<Library>(size);
-  std::int64_t id = slot->photos;
+  Library& lib = bench::keptOfSize<RemovalLibrary>(static_cast<int>(state.range(0)));
+  std::int64_t id = lib.photos;
   for (auto _ : state) {
-    slot->library->remove({id});
+    lib.library->remove({id});
     if (--id < 1) {
       state.SkipWithError("library emptied");
       break;

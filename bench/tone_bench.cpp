@@ -8,30 +8,13 @@
 
 #include "engine/render/tone_lut.h"
 #include "engine/render/tone_params.h"
+#include "tests/support/tone_settings.h"
 
 using namespace lumivale;
 
 namespace {
 
-// Every stage of the mapping switched on, black and white excepted (it
-// would hide the colour work before it).
-EditSettings everyStage() {
-  EditSettings s;
-  s.temperature = 18, s.tint = -7;
-  s.whites = 12, s.blacks = -9, s.highlights = -35, s.shadows = 28, s.contrast = 24;
-  s.curveRGB.points = {{0, 0.03}, {0.25, 0.22}, {0.5, 0.53}, {0.75, 0.8}, {1, 0.97}};
-  s.curveRed.points = {{0, 0}, {0.3, 0.27}, {0.7, 0.74}, {1, 1}};
-  s.curveGreen.points = {{0, 0.02}, {0.5, 0.52}, {1, 0.98}};
-  s.curveBlue.points = {{0, 0.05}, {0.3, 0.25}, {0.7, 0.75}, {1, 0.95}};
-  s.hsl = {{10, -20, 5},  {-15, 10, 8}, {20, 15, -5},  {-30, 25, 10},
-           {12, -10, -8}, {25, 20, 5},  {-18, 12, -6}, {8, -5, 4}};
-  s.vibrance = 25, s.saturation = 10;
-  s.gradeShadows = {210, 20, -5};
-  s.gradeMidtones = {40, 10, 3};
-  s.gradeHighlights = {55, 15, 4};
-  s.gradeBlending = 60, s.gradeBalance = -10;
-  return s;
-}
+using test::everyToneStage;
 
 void cubeBench(benchmark::State& state, const ToneParams& params, LUTDomain domain) {
   const int n = ToneLUT::dimension;
@@ -47,12 +30,12 @@ void cubeBench(benchmark::State& state, const ToneParams& params, LUTDomain doma
 }
 
 void BM_CubeEveryStage(benchmark::State& state) {
-  cubeBench(state, ToneParams(everyStage()), LUTDomain::scene);
+  cubeBench(state, ToneParams(everyToneStage()), LUTDomain::scene);
 }
 BENCHMARK(BM_CubeEveryStage)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_CubeEveryStageDisplay(benchmark::State& state) {
-  cubeBench(state, ToneParams(everyStage()), LUTDomain::display);
+  cubeBench(state, ToneParams(everyToneStage()), LUTDomain::display);
 }
 BENCHMARK(BM_CubeEveryStageDisplay)->Unit(benchmark::kMillisecond)->UseRealTime();
 
@@ -69,7 +52,7 @@ void BM_CubeMask(benchmark::State& state) {
 BENCHMARK(BM_CubeMask)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_MapEveryStage(benchmark::State& state) {
-  const ToneParams params(everyStage());
+  const ToneParams params(everyToneStage());
   double v = 0.1;
   for (auto _ : state) {
     RGB out = ToneLUT::map({v, 0.4, 0.7}, params);
@@ -81,7 +64,7 @@ void BM_MapEveryStage(benchmark::State& state) {
 BENCHMARK(BM_MapEveryStage);
 
 void BM_ParamsFromSettings(benchmark::State& state) {
-  const EditSettings s = everyStage();
+  const EditSettings s = everyToneStage();
   for (auto _ : state) {
     ToneParams p(s);
     benchmark::DoNotOptimize(p.gain);

@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "cli/commands.h"
+#include "cli/common.h"
 #include "cli/record_output.h"
 #include "engine/catalog/library_query.h"
 #include "engine/catalog/photo_library.h"
@@ -19,58 +20,15 @@
 namespace lumivale::cli {
 namespace {
 
-using Ids = std::vector<std::int64_t>;
 using Json = nlohmann::json;
 
 // ---- Shared helpers ----------------------------------------------------------
 
-std::string joined(const std::vector<std::string>& parts, const std::string& separator) {
-  std::string text;
-  for (const std::string& p : parts) text += (text.empty() ? "" : separator) + p;
-  return text;
-}
-
-std::string photoCount(std::size_t n) { return std::to_string(n) + (n == 1 ? " photo" : " photos"); }
-
 std::string quoted(const std::string& text) { return "\"" + text + "\""; }
-
-void requireCount(const Arguments& args, std::size_t count, const std::string& usage) {
-  if (args.positional.size() != count) throw UsageError("expected: " + usage);
-}
-
-void requirePhotos(PhotoLibrary& library, const Ids& ids) {
-  Ids missing = library.missingPhotos(ids);
-  if (missing.empty()) return;
-  std::vector<std::string> shown;
-  for (std::size_t i = 0; i < missing.size() && i < 10; ++i) shown.push_back(std::to_string(missing[i]));
-  std::string list = joined(shown, ", ");
-  if (missing.size() > shown.size())
-    list += " and " + std::to_string(missing.size() - shown.size()) + " more";
-  throw CommandError((missing.size() == 1 ? "no photo with id " : "no photos with ids ") + list +
-                     "; nothing was changed");
-}
 
 std::int64_t photoAt(PhotoLibrary& library, const Arguments& args, std::size_t index) {
   std::int64_t id = parseId(args.positional.at(index));
   requirePhotos(library, {id});
-  return id;
-}
-
-// Words after `index` joined with blanks, so an unquoted name reads as one.
-std::string textFrom(const Arguments& args, std::size_t index) {
-  std::vector<std::string> rest(args.positional.begin() + static_cast<std::ptrdiff_t>(index),
-                                args.positional.end());
-  return joined(rest, " ");
-}
-
-std::string requireName(const std::string& name, const std::string& what) {
-  if (trimmed(name).empty()) throw UsageError(what + " needs a name");
-  return name;
-}
-
-std::int64_t parseRowId(const std::string& text, const std::string& what) {
-  std::int64_t id = parseInteger(text, what);
-  if (id < 1) throw UsageError("'" + text + "' is not a valid " + what);
   return id;
 }
 

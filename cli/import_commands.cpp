@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "cli/commands.h"
+#include "cli/common.h"
 #include "cli/record_output.h"
 #include "engine/catalog/photo_library.h"
 #include "engine/catalog/photo_meta.h"
@@ -42,10 +43,7 @@ int importCommand(Context& ctx, const Arguments& args) {
 
 PhotoRecord photoOrError(Context& ctx, const Arguments& args, const char* command) {
   if (args.positional.size() != 1) throw UsageError(std::string(command) + " takes one photo id");
-  std::int64_t id = parseId(args.positional[0]);
-  auto record = ctx.library().photo(id);
-  if (!record) throw CommandError("there is no photo with id " + std::to_string(id));
-  return *record;
+  return existingPhoto(ctx.library(), parseId(args.positional[0]));
 }
 
 std::string optionalNumber(double value, const char* format) {

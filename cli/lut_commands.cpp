@@ -19,6 +19,7 @@
 #include <system_error>
 
 #include "cli/commands.h"
+#include "cli/common.h"
 #include "engine/catalog/photo_library.h"
 #include "engine/edit/edit_settings.h"
 #include "engine/render/tone_lut.h"
@@ -35,7 +36,7 @@ constexpr int largestSize = 129;
 // A photo's current settings: its stored edit, or the settings it starts
 // with when it was never edited.
 EditSettings photoSettings(PhotoLibrary& library, std::int64_t id) {
-  if (!library.photo(id)) throw CommandError("there is no photo with id " + std::to_string(id));
+  existingPhoto(library, id);
   return library.settings(id);
 }
 

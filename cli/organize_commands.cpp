@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "cli/commands.h"
+#include "cli/common.h"
 #include "cli/record_output.h"
 #include "engine/catalog/library_query.h"
 #include "engine/catalog/folder_listing.h"
@@ -18,15 +19,7 @@
 namespace lumivale::cli {
 namespace {
 
-using Ids = std::vector<std::int64_t>;
-
 // ---- Shared helpers ----------------------------------------------------------
-
-std::string joined(const std::vector<std::string>& parts, const std::string& separator) {
-  std::string text;
-  for (const std::string& p : parts) text += (text.empty() ? "" : separator) + p;
-  return text;
-}
 
 template <class E>
 std::string keyList(const std::vector<E>& all) {
@@ -35,48 +28,12 @@ std::string keyList(const std::vector<E>& all) {
   return joined(keys, ", ");
 }
 
-std::string plural(std::size_t n, const std::string& one, const std::string& many) {
-  return std::to_string(n) + " " + (n == 1 ? one : many);
-}
-
-std::string photoCount(std::size_t n) { return plural(n, "photo", "photos"); }
-
 nlohmann::json idsJson(const Ids& ids) { return nlohmann::json(ids); }
-
-// Fails before anything is written when an id is not in the catalog.
-void requirePhotos(PhotoLibrary& library, const Ids& ids, bool writing = true) {
-  Ids missing = library.missingPhotos(ids);
-  if (missing.empty()) return;
-  std::string list;
-  const std::size_t shown = std::min<std::size_t>(missing.size(), 10);
-  for (std::size_t i = 0; i < shown; ++i) list += (i ? ", " : "") + std::to_string(missing[i]);
-  if (missing.size() > shown) list += " and " + std::to_string(missing.size() - shown) + " more";
-  throw CommandError((missing.size() == 1 ? "no photo with id " : "no photos with ids ") + list +
-                     (writing ? "; nothing was changed" : ""));
-}
 
 // The photo ids of a command: the positional argument at `index`.
 Ids idsAt(const Arguments& args, std::size_t index, const std::string& command) {
   if (args.positional.size() <= index) throw UsageError(command + " needs photo ids");
   return parseIds(args.positional[index]);
-}
-
-// The positional arguments from `index` on, joined with blanks, so that
-// unquoted words on the command line read as one text.
-std::string textFrom(const Arguments& args, std::size_t index) {
-  std::vector<std::string> rest;
-  for (std::size_t i = index; i < args.positional.size(); ++i) rest.push_back(args.positional[i]);
-  return joined(rest, " ");
-}
-
-void requireCount(const Arguments& args, std::size_t count, const std::string& usage) {
-  if (args.positional.size() != count) throw UsageError("expected: " + usage);
-}
-
-std::int64_t parseCollectionId(const std::string& text) {
-  std::int64_t id = parseInteger(text, "collection id");
-  if (id < 1) throw UsageError("'" + text + "' is not a valid collection id");
-  return id;
 }
 
 Collection requireCollection(PhotoLibrary& library, std::int64_t id) {
@@ -138,7 +95,7 @@ LibraryQuery queryFrom(Context& ctx, const Arguments& args) {
   }
   if (auto v = args.value("--folder")) query.folder = normalisedFolder(*v);
   if (auto v = args.value("--collection")) {
-    std::int64_t id = parseCollectionId(*v);
+    std::int64_t id = parseRowId(*v, "collection id");
     requireCollection(ctx.library(), id);
     query.collection = id;
   }
@@ -349,11 +306,6 @@ std::string collectionText(const Collection& c) {
   return std::to_string(c.id) + " \"" + c.name + "\" (" + photoCount(static_cast<std::size_t>(c.count)) + ")";
 }
 
-std::string requireName(const std::string& name) {
-  if (trimmed(name).empty()) throw UsageError("a collection needs a name");
-  return name;
-}
-
 int collection(Context& ctx, const Arguments& args) {
   if (args.positional.empty()) throw UsageError("expected: collection list|create|rename|delete|add|remove");
   const std::string& action = args.positional[0];
@@ -375,7 +327,7 @@ int collection(Context& ctx, const Arguments& args) {
   if (action == "create") {
     if (args.positional.size() < 2 || args.positional.size() > 3)
       throw UsageError("expected: collection create NAME [IDS]");
-    std::string name = requireName(args.positional[1]);
+    std::string name = requireName(args.positional[1], "a collection");
     Ids ids = args.positional.size() == 3 ? parseIds(args.positional[2]) : Ids{};
     requirePhotos(library, ids);
     bool existed = false;
@@ -398,8 +350,8 @@ int collection(Context& ctx, const Arguments& args) {
 
   if (action == "rename") {
     requireCount(args, 3, "collection rename ID NAME");
-    std::int64_t id = parseCollectionId(args.positional[1]);
-    std::string name = requireName(args.positional[2]);
+    std::int64_t id = parseRowId(args.positional[1], "collection id");
+    std::string name = requireName(args.positional[2], "a collection");
     requireCollection(library, id);
     for (const Collection& c : library.collections()) {
       if (c.name == name && c.id != id)
@@ -417,7 +369,7 @@ int collection(Context& ctx, const Arguments& args) {
 
   if (action == "delete") {
     requireCount(args, 2, "collection delete ID");
-    std::int64_t id = parseCollectionId(args.positional[1]);
+    std::int64_t id = parseRowId(args.positional[1], "collection id");
     Collection gone = requireCollection(library, id);
     library.deleteCollection(id);
     if (ctx.json) {
@@ -430,7 +382,7 @@ int collection(Context& ctx, const Arguments& args) {
 
   if (action == "add" || action == "remove") {
     requireCount(args, 3, "collection " + action + " ID IDS");
-    std::int64_t id = parseCollectionId(args.positional[1]);
+    std::int64_t id = parseRowId(args.positional[1], "collection id");
     Ids ids = parseIds(args.positional[2]);
     requireCollection(library, id);
     requirePhotos(library, ids);

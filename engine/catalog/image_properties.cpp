@@ -8,6 +8,7 @@
 
 #include "engine/catalog/metadata_libraries.h"
 #include "engine/catalog/photo_formats.h"
+#include "engine/util/utf8.h"
 
 namespace lumivale {
 namespace {
@@ -263,24 +264,6 @@ std::uint32_t be32(const unsigned char* p) {
   return std::uint32_t(p[0]) << 24 | std::uint32_t(p[1]) << 16 | std::uint32_t(p[2]) << 8 | p[3];
 }
 std::uint16_t be16(const unsigned char* p) { return std::uint16_t(p[0] << 8 | p[1]); }
-
-void appendUtf8(std::string& out, std::uint32_t c) {
-  if (c < 0x80) {
-    out += char(c);
-  } else if (c < 0x800) {
-    out += char(0xC0 | c >> 6);
-    out += char(0x80 | (c & 0x3F));
-  } else if (c < 0x10000) {
-    out += char(0xE0 | c >> 12);
-    out += char(0x80 | (c >> 6 & 0x3F));
-    out += char(0x80 | (c & 0x3F));
-  } else {
-    out += char(0xF0 | c >> 18);
-    out += char(0x80 | (c >> 12 & 0x3F));
-    out += char(0x80 | (c >> 6 & 0x3F));
-    out += char(0x80 | (c & 0x3F));
-  }
-}
 
 std::string utf8FromUtf16BE(const unsigned char* p, std::size_t bytes) {
   std::string out;

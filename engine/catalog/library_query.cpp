@@ -8,62 +8,10 @@
 #include <charconv>
 
 #include "engine/catalog/photo_library.h"
+#include "engine/util/utf8.h"
 
 namespace lumivale {
 namespace {
-
-// ---- UTF-8 -----------------------------------------------------------------
-
-struct CodePoint {
-  char32_t value;      ///< the code point, or the lone byte when the sequence is invalid
-  std::size_t length;  ///< bytes taken from the text, at least 1
-  bool valid;
-};
-
-// Decodes one sequence at `i`. Overlong forms, surrogates and truncated
-// sequences count as one invalid byte, so callers can copy them through.
-CodePoint decodeAt(std::string_view text, std::size_t i) {
-  auto byte = [&](std::size_t k) { return static_cast<unsigned char>(text[k]); };
-  unsigned char lead = byte(i);
-  if (lead < 0x80) return {lead, 1, true};
-  std::size_t length = 0;
-  if (lead >= 0xC2 && lead <= 0xDF) {
-    length = 2;
-  } else if (lead >= 0xE0 && lead <= 0xEF) {
-    length = 3;
-  } else if (lead >= 0xF0 && lead <= 0xF4) {
-    length = 4;
-  }
-  if (length == 0 || i + length > text.size()) return {lead, 1, false};
-  char32_t value = lead & (0x7F >> length);
-  for (std::size_t k = 1; k < length; ++k) {
-    unsigned char next = byte(i + k);
-    if ((next & 0xC0) != 0x80) return {lead, 1, false};
-    value = (value << 6) | (next & 0x3F);
-  }
-  bool overlong = (length == 3 && value < 0x800) || (length == 4 && value < 0x10000);
-  bool surrogate = value >= 0xD800 && value <= 0xDFFF;
-  if (overlong || surrogate || value > 0x10FFFF) return {lead, 1, false};
-  return {value, length, true};
-}
-
-void appendUtf8(std::string& out, char32_t c) {
-  if (c < 0x80) {
-    out += static_cast<char>(c);
-  } else if (c < 0x800) {
-    out += static_cast<char>(0xC0 | (c >> 6));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else if (c < 0x10000) {
-    out += static_cast<char>(0xE0 | (c >> 12));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (c >> 18));
-    out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  }
-}
 
 // White space as people type it: ASCII blanks and line breaks, and the
 // Unicode spaces a phone keyboard or a pasted text may bring along.
@@ -445,7 +393,7 @@ std::vector<std::string> LibraryQuery::tokens(std::string_view text) {
   std::string current;
   bool quoted = false;
   for (std::size_t i = 0; i < text.size();) {
-    CodePoint c = decodeAt(text, i);
+    Utf8Char c = decodeUtf8(text, i);
     if (c.valid && c.value == U'"') {
       quoted = !quoted;
     } else if (c.valid && !quoted && isWhiteSpace(c.value)) {
@@ -466,7 +414,7 @@ std::string lowercased(std::string_view text) {
   std::string out;
   out.reserve(text.size());
   for (std::size_t i = 0; i < text.size();) {
-    CodePoint c = decodeAt(text, i);
+    Utf8Char c = decodeUtf8(text, i);
     if (c.valid) {
       appendUtf8(out, lowerOf(c.value));
     } else {
@@ -481,7 +429,7 @@ std::string trimmed(std::string_view text) {
   std::size_t begin = 0;
   std::size_t end = text.size();
   while (begin < end) {
-    CodePoint c = decodeAt(text, begin);
+    Utf8Char c = decodeUtf8(text, begin);
     if (!c.valid || !isWhiteSpace(c.value)) break;
     begin += c.length;
   }
@@ -491,7 +439,7 @@ std::string trimmed(std::string_view text) {
     std::size_t start = end - 1;
     while (start > begin && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80 && end - start < 4)
       --start;
-    CodePoint c = decodeAt(text, start);
+    Utf8Char c = decodeUtf8(text, start);
     if (!c.valid || start + c.length != end || !isWhiteSpace(c.value)) break;
     end = start;
   }

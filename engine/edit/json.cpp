@@ -6,64 +6,13 @@
 #include <cstdlib>
 #include <limits>
 
+#include "engine/util/utf8.h"
+
 namespace lumivale {
 
 namespace {
 
 constexpr std::string_view replacementCharacter = "\xEF\xBF\xBD";  // U+FFFD
-
-// Length of the well-formed UTF-8 sequence that starts at text[i], or 0 when
-// the bytes there are not one (overlong forms, surrogates, code points above
-// U+10FFFF and truncated sequences all count as malformed).
-std::size_t utf8SequenceLength(std::string_view text, std::size_t i) {
-  const auto c = static_cast<unsigned char>(text[i]);
-  if (c < 0x80) return 1;
-  std::size_t length;
-  unsigned char low = 0x80, high = 0xBF;
-  if (c >= 0xC2 && c <= 0xDF) {
-    length = 2;
-  } else if (c == 0xE0) {
-    length = 3, low = 0xA0;
-  } else if ((c >= 0xE1 && c <= 0xEC) || c == 0xEE || c == 0xEF) {
-    length = 3;
-  } else if (c == 0xED) {
-    length = 3, high = 0x9F;
-  } else if (c == 0xF0) {
-    length = 4, low = 0x90;
-  } else if (c >= 0xF1 && c <= 0xF3) {
-    length = 4;
-  } else if (c == 0xF4) {
-    length = 4, high = 0x8F;
-  } else {
-    return 0;
-  }
-  if (text.size() - i < length) return 0;
-  const auto second = static_cast<unsigned char>(text[i + 1]);
-  if (second < low || second > high) return 0;
-  for (std::size_t k = 2; k < length; ++k) {
-    const auto next = static_cast<unsigned char>(text[i + k]);
-    if (next < 0x80 || next > 0xBF) return 0;
-  }
-  return length;
-}
-
-void appendUtf8(std::string& out, std::uint32_t cp) {
-  if (cp < 0x80) {
-    out += static_cast<char>(cp);
-  } else if (cp < 0x800) {
-    out += static_cast<char>(0xC0 | (cp >> 6));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else if (cp < 0x10000) {
-    out += static_cast<char>(0xE0 | (cp >> 12));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (cp >> 18));
-    out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (cp & 0x3F));
-  }
-}
 
 void writeString(std::string& out, std::string_view text) {
   static constexpr char hex[] = "0123456789abcdef";
@@ -77,8 +26,8 @@ void writeString(std::string& out, std::string_view text) {
       continue;
     }
     if (c >= 0x80) {
-      if (std::size_t length = utf8SequenceLength(text, i)) {
-        i += length;
+      if (const Utf8Char u = decodeUtf8(text, i); u.valid) {
+        i += u.length;
         continue;
       }
     }
@@ -299,17 +248,22 @@ void JsonReader::beginObject() {
   enter();
 }
 
-bool JsonReader::nextKey(std::string& key) {
+bool JsonReader::nextItem(char close) {
   skipWhitespace();
   if (pos >= in.size()) fail();
   const bool atFirst = first;
   first = false;
-  if (in[pos] == '}') {
+  if (in[pos] == close) {
     ++pos;
     --depth;
     return false;
   }
   if (!atFirst) expect(',');
+  return true;
+}
+
+bool JsonReader::nextKey(std::string& key) {
+  if (!nextItem('}')) return false;
   skipWhitespace();
   if (pos >= in.size() || in[pos] != '"') fail();
   key.clear();
@@ -323,19 +277,7 @@ void JsonReader::beginArray() {
   enter();
 }
 
-bool JsonReader::nextElement() {
-  skipWhitespace();
-  if (pos >= in.size()) fail();
-  const bool atFirst = first;
-  first = false;
-  if (in[pos] == ']') {
-    ++pos;
-    --depth;
-    return false;
-  }
-  if (!atFirst) expect(',');
-  return true;
-}
+bool JsonReader::nextElement() { return nextItem(']'); }
 
 void JsonReader::readString(std::string& out) {
   skipWhitespace();
@@ -366,8 +308,8 @@ void JsonReader::readStringInto(std::string* out) {
       continue;
     }
     if (c >= 0x80) {
-      if (std::size_t length = utf8SequenceLength(in, pos)) {
-        pos += length;
+      if (const Utf8Char u = decodeUtf8(in, pos); u.valid) {
+        pos += u.length;
         continue;
       }
       flush();

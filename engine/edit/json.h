@@ -100,6 +100,9 @@ class JsonReader {
   [[noreturn]] static void fail();
   void expect(char c);
   void enter();
+  /// Past a ",", true when another member or element follows; false, having
+  /// consumed `close`, when the container ends.
+  bool nextItem(char close);
   void readStringInto(std::string* out);
 
   std::string_view in;

@@ -32,13 +32,17 @@ namespace lumivale::codec {
 template <class T>
 struct Codec;
 
+/// True when the next value is of `kind`; else consumes it and says false.
+inline bool expectKind(JsonReader& r, JsonReader::Kind kind) {
+  if (r.peek() == kind) return true;
+  r.skipValue();
+  return false;
+}
+
 template <>
 struct Codec<double> {
   static bool read(JsonReader& r, double& out) {
-    if (r.peek() != JsonReader::Kind::number) {
-      r.skipValue();
-      return false;
-    }
+    if (!expectKind(r, JsonReader::Kind::number)) return false;
     const auto v = jsonDouble(r.readNumber());
     if (!v) return false;
     out = *v;
@@ -53,10 +57,7 @@ struct Codec<double> {
 template <>
 struct Codec<std::int64_t> {
   static bool read(JsonReader& r, std::int64_t& out) {
-    if (r.peek() != JsonReader::Kind::number) {
-      r.skipValue();
-      return false;
-    }
+    if (!expectKind(r, JsonReader::Kind::number)) return false;
     const auto v = jsonInteger(r.readNumber());
     if (!v) return false;
     out = *v;
@@ -68,10 +69,7 @@ struct Codec<std::int64_t> {
 template <>
 struct Codec<bool> {
   static bool read(JsonReader& r, bool& out) {
-    if (r.peek() != JsonReader::Kind::boolean) {
-      r.skipValue();
-      return false;
-    }
+    if (!expectKind(r, JsonReader::Kind::boolean)) return false;
     out = r.readBool();
     return true;
   }
@@ -81,10 +79,7 @@ struct Codec<bool> {
 template <>
 struct Codec<std::string> {
   static bool read(JsonReader& r, std::string& out) {
-    if (r.peek() != JsonReader::Kind::string) {
-      r.skipValue();
-      return false;
-    }
+    if (!expectKind(r, JsonReader::Kind::string)) return false;
     r.readString(out);
     return true;
   }
@@ -111,10 +106,7 @@ struct Codec<std::vector<std::uint8_t>> {
 template <class T>
 struct Codec<std::vector<T>> {
   static bool read(JsonReader& r, std::vector<T>& out) {
-    if (r.peek() != JsonReader::Kind::array) {
-      r.skipValue();
-      return false;
-    }
+    if (!expectKind(r, JsonReader::Kind::array)) return false;
     out.clear();
     bool ok = true;
     r.beginArray();
@@ -236,28 +228,34 @@ void writeRecord(JsonWriter& w, const Record& record, const std::array<FieldSpec
   w.endObject();
 }
 
-/// Strict: true only when the value is an object in which every required key
-/// is present and every known key, optional ones too, is well typed. The
-/// last of repeated keys wins.
-template <class Record, std::size_t N>
-bool readRecord(JsonReader& r, Record& record, const std::array<FieldSpec<Record>, N>& sorted) {
-  if (r.peek() != JsonReader::Kind::object) {
-    r.skipValue();
-    return false;
-  }
-  std::bitset<N> seen;
-  std::bitset<N> good;
+/// Reads the members of an object (the reader at its `{`): each known key
+/// into `record`, calling `done(index, wellTyped)`; unknown keys are skipped.
+template <class Record, std::size_t N, class Done>
+void readMembers(JsonReader& r, Record& record, const std::array<FieldSpec<Record>, N>& sorted, Done done) {
   std::string key;
   r.beginObject();
   while (r.nextKey(key)) {
     const std::size_t i = findField(sorted, key);
     if (i == N) {
       r.skipValue();
-      continue;
+    } else {
+      done(i, sorted[i].read(r, record));
     }
-    seen.set(i);
-    good.set(i, sorted[i].read(r, record));
   }
+}
+
+/// Strict: true only when the value is an object in which every required key
+/// is present and every known key, optional ones too, is well typed. The
+/// last of repeated keys wins.
+template <class Record, std::size_t N>
+bool readRecord(JsonReader& r, Record& record, const std::array<FieldSpec<Record>, N>& sorted) {
+  if (!expectKind(r, JsonReader::Kind::object)) return false;
+  std::bitset<N> seen;
+  std::bitset<N> good;
+  readMembers(r, record, sorted, [&](std::size_t i, bool wellTyped) {
+    seen.set(i);
+    good.set(i, wellTyped);
+  });
   for (std::size_t i = 0; i < N; ++i) {
     if (seen.test(i) ? !good.test(i) : sorted[i].required) return false;
   }
@@ -269,16 +267,9 @@ bool readRecord(JsonReader& r, Record& record, const std::array<FieldSpec<Record
 /// object (checked by the caller).
 template <class Record, std::size_t N>
 void readRecordTolerantly(JsonReader& r, Record& record, const std::array<FieldSpec<Record>, N>& sorted) {
-  std::string key;
-  r.beginObject();
-  while (r.nextKey(key)) {
-    const std::size_t i = findField(sorted, key);
-    if (i == N) {
-      r.skipValue();
-      continue;
-    }
-    if (!sorted[i].read(r, record)) sorted[i].reset(record);
-  }
+  readMembers(r, record, sorted, [&](std::size_t i, bool wellTyped) {
+    if (!wellTyped) sorted[i].reset(record);
+  });
 }
 
 // Records defined elsewhere in the layer.

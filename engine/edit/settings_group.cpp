@@ -10,99 +10,53 @@ namespace lumivale {
 
 namespace {
 
+using E = EditSettings;
+
+// Copies `fields` from one record to another.
+template <auto... fields>
+void copyFields(const EditSettings& from, EditSettings& to) {
+  ((to.*fields = from.*fields), ...);
+}
+
+// Masks pasted onto another photo must never share ids with their source:
+// every copy gets a fresh one.
+void copyMasks(const EditSettings& from, EditSettings& to) {
+  to.masks = from.masks;
+  for (PhotoMask& mask : to.masks) mask.id = newUUID();
+}
+
 struct GroupInfo {
   std::string_view raw;
   std::string_view title;
+  void (*copy)(const EditSettings& from, EditSettings& to);  ///< the group's fields
 };
 
-// Indexed by the enumeration's value.
+// Indexed by the enumeration's value. Merging and the changed groups both
+// go through `copy`, so a field is in exactly the groups listed here.
 constexpr std::array<GroupInfo, 12> groupInfo{{
-    {"whiteBalance", "White Balance"},
-    {"light", "Light (Exposure \u2192 Blacks)"},
-    {"presence", "Vibrance & Saturation"},
-    {"toneCurve", "Tone Curve"},
-    {"colorMixer", "Color Mixer (HSL)"},
-    {"colorGrading", "Color Grading"},
-    {"detail", "Sharpening & Noise Reduction"},
-    {"lens", "Lens Corrections"},
-    {"effects", "Vignette & Grain"},
-    {"treatment", "Black & White"},
-    {"geometry", "Crop, Straighten, Rotate & Flip"},
-    {"masks", "Masks"},
+    {"whiteBalance", "White Balance", copyFields<&E::temperature, &E::tint>},
+    {"light", "Light (Exposure \u2192 Blacks)",
+     copyFields<&E::exposure, &E::contrast, &E::highlights, &E::shadows, &E::whites, &E::blacks>},
+    {"presence", "Vibrance & Saturation", copyFields<&E::vibrance, &E::saturation>},
+    {"toneCurve", "Tone Curve", copyFields<&E::curveRGB, &E::curveRed, &E::curveGreen, &E::curveBlue>},
+    {"colorMixer", "Color Mixer (HSL)", copyFields<&E::hsl>},
+    {"colorGrading", "Color Grading",
+     copyFields<&E::gradeShadows, &E::gradeMidtones, &E::gradeHighlights, &E::gradeBlending,
+                &E::gradeBalance>},
+    {"detail", "Sharpening & Noise Reduction",
+     copyFields<&E::sharpenAmount, &E::sharpenRadius, &E::noiseLuminance, &E::noiseColor>},
+    {"lens", "Lens Corrections", copyFields<&E::lensCorrection>},
+    {"effects", "Vignette & Grain",
+     copyFields<&E::vignetteAmount, &E::vignetteMidpoint, &E::vignetteFeather, &E::grainAmount,
+                &E::grainSize>},
+    {"treatment", "Black & White", copyFields<&E::blackAndWhite>},
+    {"geometry", "Crop, Straighten, Rotate & Flip",
+     copyFields<&E::rotateQuarterTurns, &E::flipHorizontal, &E::flipVertical, &E::straighten, &E::crop,
+                &E::cropAspect>},
+    {"masks", "Masks", copyMasks},
 }};
 
 const GroupInfo& info(SettingsGroup group) { return groupInfo.at(static_cast<std::size_t>(group)); }
-
-// Copies the fields of one group from `from` to `to`.
-void copyGroup(SettingsGroup group, const EditSettings& from, EditSettings& to) {
-  switch (group) {
-    case SettingsGroup::whiteBalance:
-      to.temperature = from.temperature;
-      to.tint = from.tint;
-      break;
-    case SettingsGroup::light:
-      to.exposure = from.exposure;
-      to.contrast = from.contrast;
-      to.highlights = from.highlights;
-      to.shadows = from.shadows;
-      to.whites = from.whites;
-      to.blacks = from.blacks;
-      break;
-    case SettingsGroup::presence:
-      to.vibrance = from.vibrance;
-      to.saturation = from.saturation;
-      break;
-    case SettingsGroup::toneCurve:
-      to.curveRGB = from.curveRGB;
-      to.curveRed = from.curveRed;
-      to.curveGreen = from.curveGreen;
-      to.curveBlue = from.curveBlue;
-      break;
-    case SettingsGroup::colorMixer:
-      to.hsl = from.hsl;
-      break;
-    case SettingsGroup::colorGrading:
-      to.gradeShadows = from.gradeShadows;
-      to.gradeMidtones = from.gradeMidtones;
-      to.gradeHighlights = from.gradeHighlights;
-      to.gradeBlending = from.gradeBlending;
-      to.gradeBalance = from.gradeBalance;
-      break;
-    case SettingsGroup::detail:
-      to.sharpenAmount = from.sharpenAmount;
-      to.sharpenRadius = from.sharpenRadius;
-      to.noiseLuminance = from.noiseLuminance;
-      to.noiseColor = from.noiseColor;
-      break;
-    case SettingsGroup::lens:
-      to.lensCorrection = from.lensCorrection;
-      break;
-    case SettingsGroup::effects:
-      to.vignetteAmount = from.vignetteAmount;
-      to.vignetteMidpoint = from.vignetteMidpoint;
-      to.vignetteFeather = from.vignetteFeather;
-      to.grainAmount = from.grainAmount;
-      to.grainSize = from.grainSize;
-      break;
-    case SettingsGroup::treatment:
-      to.blackAndWhite = from.blackAndWhite;
-      break;
-    case SettingsGroup::geometry:
-      to.rotateQuarterTurns = from.rotateQuarterTurns;
-      to.flipHorizontal = from.flipHorizontal;
-      to.flipVertical = from.flipVertical;
-      to.straighten = from.straighten;
-      to.crop = from.crop;
-      to.cropAspect = from.cropAspect;
-      break;
-    case SettingsGroup::masks:
-      // Masks pasted onto another photo must never share ids with their
-      // source: every copy gets a fresh one.
-      to.masks = from.masks;
-      for (PhotoMask& mask : to.masks) mask.id = newUUID();
-      break;
-  }
-}
 
 }  // namespace
 
@@ -164,7 +118,7 @@ std::set<SettingsGroup> groupsFromText(std::optional<std::string_view> text) {
 
 EditSettings EditSettings::merging(const EditSettings& other, const std::set<SettingsGroup>& groups) const {
   EditSettings result = *this;
-  for (SettingsGroup group : groups) copyGroup(group, other, result);
+  for (SettingsGroup group : groups) info(group).copy(other, result);
   return result;
 }
 
@@ -173,7 +127,7 @@ std::set<SettingsGroup> EditSettings::changedGroups() const {
   std::set<SettingsGroup> changed;
   for (SettingsGroup group : allSettingsGroups()) {
     EditSettings merged = defaults;
-    copyGroup(group, *this, merged);
+    info(group).copy(*this, merged);
     if (merged != defaults) changed.insert(group);
   }
   return changed;

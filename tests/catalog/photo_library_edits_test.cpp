@@ -1,51 +1,25 @@
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <thread>
 
-#include "engine/catalog/photo_library.h"
-#include "tests/support/temp_dir.h"
+#include "tests/support/errors.h"
+#include "tests/support/library.h"
 
 using namespace lumivale;
 
 namespace {
 
-using Ids = std::vector<std::int64_t>;
+using test::Ids;
 
-// Every stored edit of the catalog as text: equal dumps mean no edit changed.
+// Every stored edit of the catalog: equal dumps mean no edit changed.
 std::string dumpEdits(PhotoLibrary& library) {
-  std::string text;
-  for (const char* sql : {"SELECT id, edits, edited, editDate, histPos FROM photos ORDER BY id",
-                          "SELECT photo, seq, name, edits, date FROM history ORDER BY photo, seq",
-                          "SELECT * FROM snapshots ORDER BY id", "SELECT * FROM presets ORDER BY id"}) {
-    text += sql;
-    text += "\n";
-    for (const SQLRow& row : library.db().query(sql)) {
-      for (const SQLValue& v : row) {
-        if (v.kind() == SQLValue::Kind::blob) {
-          // Size and hash keep a failure's message short.
-          Blob b = *v.dataValue();
-          text += "blob" + std::to_string(b.size()) + ":" +
-                  std::to_string(std::hash<std::string>{}(std::string(b.begin(), b.end())));
-        } else if (auto s = v.stringValue()) {
-          text += "'" + *s + "'";
-        } else if (v.kind() == SQLValue::Kind::integer) {
-          text += std::to_string(*v.intValue());
-        } else if (auto d = v.doubleValue()) {
-          text += std::to_string(*d);
-        } else {
-          text += "NULL";
-        }
-        text += "|";
-      }
-      text += "\n";
-    }
-  }
-  return text;
+  return test::dumpRows(library,
+                        {"SELECT id, edits, edited, editDate, histPos FROM photos ORDER BY id",
+                         "SELECT photo, seq, name, edits, date FROM history ORDER BY photo, seq",
+                         "SELECT * FROM snapshots ORDER BY id", "SELECT * FROM presets ORDER BY id"});
 }
 
 const BuiltInPreset& look(const std::string& name) {
@@ -61,15 +35,11 @@ EditSettings withExposure(double exposure) {
   return s;
 }
 
-class EditsTest : public ::testing::Test {
+class EditsTest : public test::LibraryTest {
  protected:
-  test::TempDir dir;
-  PhotoLibrary library{dir.path()};
-
   std::int64_t addPhoto(bool raw = false) {
-    const std::string path = "/p/" + std::to_string(++made) + (raw ? ".nef" : ".jpg");
-    return library.db().run("INSERT INTO photos(path, folder, name, imported, raw) VALUES(?, '/p', ?, 0, ?)",
-                            {path, path.substr(3), raw ? 1 : 0});
+    return test::insertPhoto(library, "/p/" + std::to_string(++made) + (raw ? ".nef" : ".jpg"),
+                             {{"raw", raw}});
   }
 
   SQLRow photoRow(std::int64_t id) {
@@ -98,15 +68,9 @@ TEST_F(EditsTest, FirstNamedSaveWritesTheImportBaselineAndTheStep) {
   library.saveSettings(id, first, "Exposure");
 
   EditHistory h = library.history(id);
-  ASSERT_EQ(h.steps.size(), 2u);
+  EXPECT_EQ(stepNames(id), (std::vector<std::string>{"1 Import", "2 Exposure"}));
   EXPECT_EQ(h.position, 2);
-  EXPECT_EQ(h.steps[0].seq, 1);
-  EXPECT_EQ(h.steps[0].name, "Import");
   EXPECT_EQ(h.steps[0].settings, PhotoLibrary::initialSettings(true));
-  EXPECT_EQ(h.steps[0].settings.sharpenAmount, 25);
-  EXPECT_EQ(h.steps[0].settings.noiseColor, 25);
-  EXPECT_EQ(h.steps[1].seq, 2);
-  EXPECT_EQ(h.steps[1].name, "Exposure");
   EXPECT_EQ(h.steps[1].settings, first);
   EXPECT_GT(h.steps[1].date, 1.6e9);
   EXPECT_EQ(library.settings(id), first);
@@ -283,12 +247,8 @@ TEST_F(EditsTest, WritesForAMissingPhotoFailAndLeaveNoRows) {
   const std::int64_t id = addPhoto();
   library.saveSettings(id, withExposure(1), "one");
   const std::string before = dumpEdits(library);
-  try {
-    library.saveSettings(77, withExposure(2), "orphan");
-    FAIL() << "no error";
-  } catch (const SQLError& e) {
-    EXPECT_STREQ(e.what(), "No photo with id 77");
-  }
+  EXPECT_EQ(test::errorMessage<SQLError>([&] { library.saveSettings(77, withExposure(2), "orphan"); }),
+            "No photo with id 77");
   EXPECT_THROW(library.saveSettings(77, withExposure(2)), SQLError);
   EXPECT_THROW(library.addSnapshot(77, "snap", withExposure(2)), SQLError);
   EXPECT_THROW(library.applyPreset(Ids{id, 77}, look("Natural Boost")), SQLError);
@@ -365,16 +325,11 @@ TEST_F(EditsTest, PresetsStoreTheirGroupsAsSortedKeys) {
   EXPECT_NE(again, id);
   presets = library.userPresets();
   ASSERT_EQ(presets.size(), 6u);
-  int warm = 0;
-  for (const UserPreset& p : presets) {
-    if (p.name == "Warm") {
-      ++warm;
-      EXPECT_EQ(p.id, again);
-      EXPECT_EQ(p.settings, withExposure(1));
-    }
-    EXPECT_NE(p.id, id);
-  }
-  EXPECT_EQ(warm, 1);
+  std::vector<UserPreset> warm;
+  std::copy_if(presets.begin(), presets.end(), std::back_inserter(warm),
+               [](auto& p) { return p.name == "Warm"; });
+  EXPECT_EQ(warm, (std::vector<UserPreset>{{again, "Warm", withExposure(1), {SettingsGroup::whiteBalance}}}));
+  for (const UserPreset& p : presets) EXPECT_NE(p.id, id);
   library.deletePreset(again);
   library.deletePreset(cased);
   EXPECT_EQ(library.userPresets().size(), 4u);
@@ -389,23 +344,17 @@ TEST_F(EditsTest, ApplyingALookResetsTheLookAndKeepsCropAndMasks) {
   mine.grainAmount = 40;
   library.saveSettings(id, mine, "mine");
 
-  library.applyPreset(Ids{id}, look("Natural Boost"));
+  const BuiltInPreset& boost = look("Natural Boost");
+  library.applyPreset(Ids{id}, boost);
   EditSettings got = library.settings(id);
-  EXPECT_EQ(got.exposure, 0);
-  EXPECT_EQ(got.grainAmount, 0);
-  EXPECT_EQ(got.contrast, 12);
-  EXPECT_EQ(got.highlights, -10);
-  EXPECT_EQ(got.shadows, 15);
-  EXPECT_EQ(got.vibrance, 18);
-  EXPECT_EQ(got.crop, mine.crop);
-  EXPECT_EQ(got.straighten, 3);
+  EXPECT_EQ(got, applyPreset(mine, boost.settings, boost.groups()));
   EXPECT_EQ(got.masks, mine.masks);  // kept as they were, ids too
   EXPECT_EQ(stepNames(id).back(), "3 Preset: Natural Boost");
 
   library.applyPreset(Ids{id}, look("Silver Gelatin B&W"));
   EXPECT_TRUE(library.settings(id).blackAndWhite);
-  library.applyPreset(Ids{id}, look("Natural Boost"));
-  EXPECT_FALSE(library.settings(id).blackAndWhite);
+  library.applyPreset(Ids{id}, boost);
+  EXPECT_EQ(library.settings(id), got);
   EXPECT_EQ(library.history(id).position, 5);
 }
 
@@ -416,15 +365,9 @@ TEST_F(EditsTest, ApplyingAUserPresetTakesOnlyItsGroups) {
   preset.crop = {0, 0, 0.5, 0.5};
   preset.rotateQuarterTurns = 1;
 
-  const std::int64_t wbOnly = library.savePreset("WB", preset, {SettingsGroup::whiteBalance});
-  const std::int64_t withGeometry =
-      library.savePreset("Geo", preset, {SettingsGroup::whiteBalance, SettingsGroup::geometry});
-  auto find = [&](std::int64_t pid) {
-    for (const UserPreset& p : library.userPresets()) {
-      if (p.id == pid) return p;
-    }
-    throw std::runtime_error("preset gone");
-  };
+  library.savePreset("WB", preset, {SettingsGroup::whiteBalance});
+  library.savePreset("Geo", preset, {SettingsGroup::whiteBalance, SettingsGroup::geometry});
+  const std::vector<UserPreset> saved = library.userPresets();  // by name: Geo, WB
 
   const Ids ids{addPhoto(), addPhoto(true), addPhoto()};
   EditSettings edited = withExposure(-1);
@@ -432,26 +375,22 @@ TEST_F(EditsTest, ApplyingAUserPresetTakesOnlyItsGroups) {
   edited.crop = {0.2, 0.2, 0.6, 0.6};
   for (std::int64_t id : ids) library.saveSettings(id, edited, "edit");
 
-  library.applyPreset(Ids{ids[0], ids[1]}, find(wbOnly));
+  library.applyPreset(Ids{ids[0], ids[1]}, saved[1]);
+  EditSettings expected = edited;
+  expected.exposure = expected.vibrance = 0;
+  expected.temperature = 30, expected.tint = -5;
+  // The RAW photo too: the reset is to the default record, not to the RAW
+  // starting values.
   for (std::int64_t id : {ids[0], ids[1]}) {
-    EditSettings got = library.settings(id);
-    EXPECT_EQ(got.exposure, 0);
-    EXPECT_EQ(got.vibrance, 0);
-    EXPECT_EQ(got.temperature, 30);
-    EXPECT_EQ(got.tint, -5);
-    EXPECT_EQ(got.crop, edited.crop);
-    EXPECT_EQ(got.rotateQuarterTurns, 0);
+    EXPECT_EQ(library.settings(id), expected);
     EXPECT_EQ(stepNames(id), (std::vector<std::string>{"1 Import", "2 edit", "3 Preset: WB"}));
   }
-  // The RAW photo's detail group goes back to the defaults too: the reset
-  // is to the default record, not to the RAW starting values.
-  EXPECT_EQ(library.settings(ids[1]).sharpenAmount, 0);
   EXPECT_EQ(library.settings(ids[2]), edited);  // not selected
 
-  library.applyPreset(Ids{ids[2]}, find(withGeometry));
-  EXPECT_EQ(library.settings(ids[2]).crop, preset.crop);
-  EXPECT_EQ(library.settings(ids[2]).rotateQuarterTurns, 1);
-  EXPECT_EQ(library.settings(ids[2]).exposure, 0);
+  library.applyPreset(Ids{ids[2]}, saved[0]);
+  expected.crop = preset.crop;
+  expected.rotateQuarterTurns = 1;
+  EXPECT_EQ(library.settings(ids[2]), expected);
 }
 
 TEST_F(EditsTest, CopySettingsTakesTheChosenGroupsOntoEachTarget) {
@@ -468,22 +407,23 @@ TEST_F(EditsTest, CopySettingsTakesTheChosenGroupsOntoEachTarget) {
   own.masks = {PhotoMask(MaskKind::sky)};
   own.vignetteAmount = -30;
   library.saveSettings(targets[0], own, "own");
-  const std::string sourceHistory = dumpEdits(library);
+  const auto sourceRows = [&] {
+    const std::string id = std::to_string(source);
+    return test::dumpRows(library, {"SELECT edits, edited, editDate, histPos FROM photos WHERE id = " + id,
+                                    "SELECT * FROM history WHERE photo = " + id + " ORDER BY seq"});
+  };
+  const std::string sourceBefore = sourceRows();
 
   library.copySettings(source, Ids{targets[0], source, targets[1]});
-  for (std::int64_t id : {targets[0], targets[1]}) {
-    EditSettings got = library.settings(id);
-    EXPECT_EQ(got.exposure, 1.25);
-    EXPECT_EQ(got.temperature, -12);
-    EXPECT_EQ(got.vignetteAmount, 0);  // effects are among the copied groups
+  // The copied groups (effects too) come from the source; crop and masks stay.
+  EditSettings expected = own.merging(s, allButLocal());
+  EXPECT_EQ(expected.vignetteAmount, 0);
+  EXPECT_EQ(library.settings(targets[0]), expected);
+  EXPECT_EQ(library.settings(targets[1]), EditSettings{}.merging(s, allButLocal()));
+  for (std::int64_t id : {targets[0], targets[1]})
     EXPECT_EQ(stepNames(id).back().substr(2), "Paste Settings");
-  }
-  EXPECT_EQ(library.settings(targets[0]).crop, own.crop);
-  EXPECT_EQ(library.settings(targets[0]).masks, own.masks);
-  EXPECT_TRUE(library.settings(targets[1]).masks.empty());
   EXPECT_EQ(library.history(targets[0]).position, 3);
   EXPECT_EQ(library.history(targets[1]).position, 2);
-  EXPECT_EQ(library.history(source).steps.size(), 2u);  // the source got no step
   EXPECT_EQ(library.settings(targets[2]), EditSettings{});
 
   library.copySettings(source, Ids{targets[2]}, {SettingsGroup::masks, SettingsGroup::geometry}, "Sync");
@@ -496,7 +436,7 @@ TEST_F(EditsTest, CopySettingsTakesTheChosenGroupsOntoEachTarget) {
     EXPECT_NE(synced.masks[i].id, s.masks[i].id);  // pasted masks get their own ids
   }
   EXPECT_EQ(stepNames(targets[2]), (std::vector<std::string>{"1 Import", "2 Sync"}));
-  EXPECT_NE(dumpEdits(library), sourceHistory);
+  EXPECT_EQ(sourceRows(), sourceBefore);  // the source is only read
 }
 
 TEST_F(EditsTest, ConcurrentNamedSavesNumberTheirStepsWithoutGaps) {
@@ -536,51 +476,11 @@ TEST(EditsInterruptedTest, KilledMidBatchLeavesEveryEditAsBefore) {
     }
     before = dumpEdits(library);
   }
-
-  int ready[2];
-  ASSERT_EQ(pipe(ready), 0);
-  pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    close(ready[0]);
-    try {
-      PhotoLibrary library(dir.path());
-      Ids ids;
-      for (int id = 1; id <= photos; ++id) ids.push_back(id);
-      if (write(ready[1], "r", 1) != 1) _exit(3);
-      library.applyPreset(ids, look("Teal Canyon"));
-    } catch (...) {
-      _exit(2);
-    }
-    _exit(0);
-  }
-  close(ready[1]);
-  char byte = 0;
-  ASSERT_EQ(read(ready[0], &byte, 1), 1);
-  close(ready[0]);
-
-  // Inside the transaction once another connection can no longer begin one.
-  bool inside = false;
-  {
-    SQLiteDB probe((dir / PhotoLibrary::databaseName).string());
-    probe.exec("PRAGMA busy_timeout = 0");
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!inside && std::chrono::steady_clock::now() < deadline) {
-      try {
-        probe.exec("BEGIN IMMEDIATE");
-        probe.exec("ROLLBACK");
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      } catch (const SQLError&) {
-        inside = true;
-      }
-    }
-  }
-  std::this_thread::sleep_for(std::chrono::milliseconds(150));
-  kill(child, SIGKILL);
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  ASSERT_TRUE(inside);
-  ASSERT_TRUE(WIFSIGNALED(status)) << "the batch finished before it could be interrupted";
+  test::killInsideTransaction(dir.path(), [](PhotoLibrary& library) {
+    Ids ids;
+    for (int id = 1; id <= photos; ++id) ids.push_back(id);
+    library.applyPreset(ids, look("Teal Canyon"));
+  });
 
   PhotoLibrary library(dir.path());
   EXPECT_EQ(dumpEdits(library), before);

@@ -1,67 +1,35 @@
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
-#include <thread>
 
-#include "engine/catalog/photo_library.h"
-#include "tests/support/temp_dir.h"
+#include "tests/support/library.h"
 
 using namespace lumivale;
 
 namespace {
 
-using Ids = std::vector<std::int64_t>;
+using test::Ids;
 using Words = std::vector<std::string>;
 
-// Every row of every table that refers to photos, as text, in a fixed order:
-// equal dumps mean an unchanged catalog.
+// Every row of every table that refers to photos: equal dumps mean an
+// unchanged catalog.
 std::string dumpTables(PhotoLibrary& library) {
-  std::string text;
-  for (const char* sql :
-       {"SELECT * FROM photos ORDER BY id", "SELECT * FROM keywords ORDER BY photo, word",
-        "SELECT * FROM collections ORDER BY id", "SELECT * FROM collection_items ORDER BY collection, photo",
-        "SELECT photo, seq, name, edits, date FROM history ORDER BY photo, seq",
-        "SELECT * FROM snapshots ORDER BY id"}) {
-    text += sql;
-    text += "\n";
-    for (const SQLRow& row : library.db().query(sql)) {
-      for (const SQLValue& v : row) {
-        if (auto s = v.stringValue()) {
-          text += "'" + *s + "'";
-        } else if (v.kind() == SQLValue::Kind::integer) {
-          text += std::to_string(*v.intValue());
-        } else if (auto d = v.doubleValue()) {
-          text += std::to_string(*d);
-        } else if (auto b = v.dataValue()) {
-          text += "blob" + std::to_string(b->size());
-        } else {
-          text += "NULL";
-        }
-        text += "|";
-      }
-      text += "\n";
-    }
-  }
-  return text;
+  return test::dumpRows(
+      library,
+      {"SELECT * FROM photos ORDER BY id", "SELECT * FROM keywords ORDER BY photo, word",
+       "SELECT * FROM collections ORDER BY id", "SELECT * FROM collection_items ORDER BY collection, photo",
+       "SELECT photo, seq, name, edits, date FROM history ORDER BY photo, seq",
+       "SELECT * FROM snapshots ORDER BY id"});
 }
 
-class OrganizeTest : public ::testing::Test {
+class OrganizeTest : public test::LibraryTest {
  protected:
-  test::TempDir dir;
-  PhotoLibrary library{dir.path()};
-
-  std::int64_t addPhoto(const std::string& path, const std::string& folder = "/p") {
-    return library.db().run("INSERT INTO photos(path, folder, name, imported) VALUES(?, ?, ?, 0)",
-                            {path, folder, std::filesystem::path(path).filename().string()});
-  }
-
   int scalar(const std::string& sql, const std::vector<SQLValue>& args = {}) {
     auto rows = library.db().query(sql, args);
     return rows.empty() ? -1 : static_cast<int>(rows[0][0].intValue().value_or(-1));
+  }
+  bool thumbExists(std::int64_t id, const char* suffix = ".jpg") {
+    return std::filesystem::exists(library.thumbFolder() / (std::to_string(id) + suffix));
   }
 };
 
@@ -154,9 +122,9 @@ TEST_F(OrganizeTest, CollectionsAreUniqueByNameAndListedWithoutCase) {
 
 TEST_F(OrganizeTest, FoldersAndCounts) {
   library.db().run("INSERT INTO folders(path, added) VALUES('/pics/b', 0), ('/Pics/A', 0), ('/pics/c', 0)");
-  addPhoto("/pics/b/1.jpg", "/pics/b");
-  addPhoto("/pics/b/2.jpg", "/pics/b");
-  addPhoto("/pics/b/x/3.jpg", "/pics/b/x");
+  addPhoto("/pics/b/1.jpg");
+  addPhoto("/pics/b/2.jpg");
+  addPhoto("/pics/b/x/3.jpg");
   EXPECT_EQ(library.folders(), (Words{"/Pics/A", "/pics/b", "/pics/c"}));
   EXPECT_EQ(library.folderCounts(), (std::map<std::string, int>{{"/pics/b", 2}, {"/pics/b/x", 1}}));
 }
@@ -188,10 +156,10 @@ TEST_F(OrganizeTest, RemoveLeavesNoRowsAndNoThumbnails) {
   }
   EXPECT_FALSE(library.photo(a));
   EXPECT_TRUE(library.photo(b));
-  EXPECT_FALSE(std::filesystem::exists(library.thumbFolder() / (std::to_string(a) + ".jpg")));
-  EXPECT_FALSE(std::filesystem::exists(library.thumbFolder() / (std::to_string(a) + "-e.jpg")));
-  EXPECT_TRUE(std::filesystem::exists(library.thumbFolder() / (std::to_string(b) + ".jpg")));
-  EXPECT_TRUE(std::filesystem::exists(library.thumbFolder() / (std::to_string(b) + "-e.jpg")));
+  for (const char* suffix : {".jpg", "-e.jpg"}) {
+    EXPECT_FALSE(thumbExists(a, suffix)) << suffix;
+    EXPECT_TRUE(thumbExists(b, suffix)) << suffix;
+  }
   EXPECT_EQ(library.collections().at(0).count, 1);
 
   // Unknown ids, an empty list and photos without thumbnails all succeed.
@@ -216,11 +184,8 @@ TEST_F(OrganizeTest, RemoveClearsMembershipInEveryCollection) {
   // A membership row whose collection is gone must go too.
   library.db().run("INSERT INTO collection_items(collection, photo) VALUES(4711, ?)", {photos[2]});
   library.remove({photos[0], photos[2], photos[5]});
-  auto left = library.db().query("SELECT DISTINCT photo FROM collection_items ORDER BY photo");
-  ASSERT_EQ(left.size(), 3u);
-  EXPECT_EQ(left[0][0].intValue(), photos[1]);
-  EXPECT_EQ(left[1][0].intValue(), photos[3]);
-  EXPECT_EQ(left[2][0].intValue(), photos[4]);
+  EXPECT_EQ(library.db().query("SELECT DISTINCT photo FROM collection_items ORDER BY photo"),
+            (std::vector<SQLRow>{{photos[1]}, {photos[3]}, {photos[4]}}));
   for (const auto& c : library.collections()) EXPECT_EQ(c.count, 3) << c.name;
 }
 
@@ -236,8 +201,7 @@ TEST_F(OrganizeTest, FailedRemoveKeepsRowsAndThumbnails) {
   std::string before = dumpTables(library);
   EXPECT_THROW(library.remove(ids), SQLError);
   EXPECT_EQ(dumpTables(library), before);
-  for (auto id : ids)
-    EXPECT_TRUE(std::filesystem::exists(library.thumbFolder() / (std::to_string(id) + ".jpg")));
+  for (auto id : ids) EXPECT_TRUE(thumbExists(id));
 }
 
 // A process killed in the middle of a large removal must leave the catalog
@@ -264,53 +228,11 @@ TEST(RemoveInterruptedTest, KilledMidTransactionLeavesTheCatalogAsBefore) {
   }
   ASSERT_GT(std::count(before.begin(), before.end(), '\n'), photos);
 
-  int ready[2];
-  ASSERT_EQ(pipe(ready), 0);
-  pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    close(ready[0]);
-    try {
-      PhotoLibrary library(dir.path());
-      Ids ids;
-      for (int id = 1; id <= photos; ++id) ids.push_back(id);
-      if (write(ready[1], "r", 1) != 1) _exit(3);
-      library.remove(ids);
-    } catch (...) {
-      _exit(2);
-    }
-    _exit(0);
-  }
-  close(ready[1]);
-  char byte = 0;
-  ASSERT_EQ(read(ready[0], &byte, 1), 1);
-  close(ready[0]);
-
-  // The child holds the write lock once its BEGIN IMMEDIATE went through: a
-  // second connection that does not wait then fails to begin its own.
-  bool inside = false;
-  {
-    SQLiteDB probe((dir / PhotoLibrary::databaseName).string());
-    probe.exec("PRAGMA busy_timeout = 0");
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!inside && std::chrono::steady_clock::now() < deadline) {
-      try {
-        probe.exec("BEGIN IMMEDIATE");
-        probe.exec("ROLLBACK");
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      } catch (const SQLError&) {
-        inside = true;
-      }
-    }
-  }
-  // Let it delete for a while before the kill.
-  std::this_thread::sleep_for(std::chrono::milliseconds(150));
-  kill(child, SIGKILL);
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  ASSERT_TRUE(inside);
-  ASSERT_TRUE(WIFSIGNALED(status)) << "the removal finished before it could be interrupted";
-
+  test::killInsideTransaction(dir.path(), [](PhotoLibrary& library) {
+    Ids ids;
+    for (int id = 1; id <= photos; ++id) ids.push_back(id);
+    library.remove(ids);
+  });
   PhotoLibrary library(dir.path());
   EXPECT_EQ(library.count(), photos);
   EXPECT_EQ(dumpTables(library), before);

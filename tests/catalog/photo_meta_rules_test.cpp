@@ -10,6 +10,7 @@
 #include "engine/catalog/image_properties.h"
 #include "engine/catalog/photo_meta.h"
 #include "engine/catalog/raw_preview.h"
+#include "tests/catalog/meta_helpers.h"
 
 using namespace lumivale;
 
@@ -40,13 +41,6 @@ std::vector<std::string> labels(const std::vector<DetailRow>& rows) {
   std::vector<std::string> out;
   for (const auto& row : rows) out.push_back(row.label);
   return out;
-}
-
-std::optional<std::string> valueOf(const std::vector<DetailRow>& rows, const std::string& label) {
-  for (const auto& row : rows) {
-    if (row.label == label) return row.value;
-  }
-  return std::nullopt;
 }
 
 }  // namespace
@@ -92,11 +86,11 @@ TEST(ExifDateTest, ReadsLocalTimeInThisComputersZone) {
 }
 
 TEST(ExifDateTest, RejectsWhatIsNotADate) {
-  for (const char* text : {"", "0000:00:00 00:00:00", "    :  :     :  :  ", "2023:13:01 00:00:00",
-                           "2023:04:31 10:00:00", "2023:02:29 10:00:00", "2023:06:01 24:00:00",
-                           "2023:06:01 12:60:00", "2023:06:01 12:00:60", "2023-06-01 12:34:56",
-                           "2023:06:01T12:34:56", "2023:06:01 12:34", "2023:06:01 12:34:56.123",
-                           "2023:6:1 12:34:56", "abcd:ef:gh ij:kl:mn", "2023:06:01 12:34:5x"}) {
+  for (const char* text :
+       {"", "0000:00:00 00:00:00", "    :  :     :  :  ", "2023:13:01 00:00:00", "2023:04:31 10:00:00",
+        "2023:02:29 10:00:00", "2023:06:01 24:00:00", "2023:06:01 12:60:00", "2023:06:01 12:00:60",
+        "2023-06-01 12:34:56", "2023:06:01T12:34:56", "2023:06:01 12:34", "2023:06:01 12:34:56.123",
+        "2023:6:1 12:34:56", "abcd:ef:gh ij:kl:mn", "2023:06:01 12:34:5x"}) {
     EXPECT_FALSE(exifDate(text).has_value()) << text;
   }
   EXPECT_TRUE(exifDate(" 2023:06:01 12:34:56 ").has_value());  // padding as some cameras write it
@@ -125,74 +119,69 @@ TEST_P(OrientationTest, QuarterTurnsSwapTheDisplayedSize) {
   EXPECT_EQ(meta.width, turned ? 450 : 600);
   EXPECT_EQ(meta.height, turned ? 600 : 450);
   // The info panel shows the pixels as stored.
-  EXPECT_EQ(valueOf(detailRowsFrom(p), "Pixel size"), "600 \u00d7 450");
+  EXPECT_EQ(test::valueOf(detailRowsFrom(p), "Pixel size"), "600 \u00d7 450");
 }
 
 INSTANTIATE_TEST_SUITE_P(AllEight, OrientationTest, ::testing::Range(1, 9));
 
 TEST(PhotoMetaFromImageTest, TakesEachFactFromItsProperty) {
   TimeZone utc("UTC0");
-  ImageProperties p;
-  p.pixelWidth = 30;
-  p.pixelHeight = 20;
-  p.make = "NIKON CORPORATION";
-  p.model = "NIKON Z 6";
-  p.lensModel = "NIKKOR Z 24-70mm f/4 S";
-  p.iso = 800;
-  p.exposureTime = 0.004;
-  p.fNumber = 4;
-  p.focalLength = 24;
-  p.dateTimeOriginal = "2023:06:01 12:34:56";
-  p.dateTime = "2024:01:01 00:00:00";
-  p.keywords = {"  sky ", "", "   ", "sea\t", "sky"};
-  PhotoMeta m = photoMetaFrom(p);
-  EXPECT_EQ(m.camera, "NIKON Z 6");
-  EXPECT_EQ(m.lens, "NIKKOR Z 24-70mm f/4 S");
-  EXPECT_EQ(m.iso, 800);
-  EXPECT_DOUBLE_EQ(m.shutter, 0.004);
-  EXPECT_DOUBLE_EQ(m.aperture, 4);
-  EXPECT_DOUBLE_EQ(m.focal, 24);
-  EXPECT_EQ(m.capture, 1685622896.0);
-  EXPECT_EQ(m.keywords, (std::vector<std::string>{"sky", "sea", "sky"}));
+  ImageProperties p{.pixelWidth = 30,
+                    .pixelHeight = 20,
+                    .make = "NIKON CORPORATION",
+                    .model = "NIKON Z 6",
+                    .dateTime = "2024:01:01 00:00:00",
+                    .lensModel = "NIKKOR Z 24-70mm f/4 S",
+                    .dateTimeOriginal = "2023:06:01 12:34:56",
+                    .exposureTime = 0.004,
+                    .fNumber = 4,
+                    .focalLength = 24,
+                    .iso = 800,
+                    .keywords = {"  sky ", "", "   ", "sea\t", "sky"}};
+  EXPECT_EQ(photoMetaFrom(p), (PhotoMeta{.width = 30,
+                                         .height = 20,
+                                         .capture = 1685622896.0,
+                                         .camera = "NIKON Z 6",
+                                         .lens = "NIKKOR Z 24-70mm f/4 S",
+                                         .iso = 800,
+                                         .shutter = 0.004,
+                                         .aperture = 4,
+                                         .focal = 24,
+                                         .keywords = {"sky", "sea", "sky"}}));
 
   // The modification date stands in for a missing or unreadable original.
   p.dateTimeOriginal = "0000:00:00 00:00:00";
   EXPECT_EQ(photoMetaFrom(p).capture, 1704067200.0);
   p.dateTime.reset();
   EXPECT_FALSE(photoMetaFrom(p).capture.has_value());
-
-  PhotoMeta empty = photoMetaFrom(ImageProperties{});
-  EXPECT_EQ(empty.camera, "");
-  EXPECT_EQ(empty.iso, 0);
-  EXPECT_TRUE(empty.keywords.empty());
+  EXPECT_EQ(photoMetaFrom(ImageProperties{}), PhotoMeta{});
 }
 
 TEST(ImageDetailsTest, ListsEveryRowInOrderWithItsFormat) {
-  ImageProperties p;
-  p.pixelWidth = 6000;
-  p.pixelHeight = 4000;
-  p.depth = 8;
-  p.profileName = "sRGB IEC61966-2.1";
-  p.make = "Canon";
-  p.model = "Canon EOS R5";
-  p.lensModel = "RF24-70mm F2.8 L IS USM";
-  p.dateTimeOriginal = "2023:06:01 12:34:56";
-  p.exposureTime = 0.0125;
-  p.fNumber = 2.8;
-  p.iso = 100;
-  p.focalLength = 34.5;
-  p.focalLength35 = 52;
-  p.exposureBias = -1.0 / 3;
-  p.flash = 16;
-  p.whiteBalance = 1;
-  p.meteringMode = 5;
-  p.copyright = "Ada";
-  p.artist = "Ada L.";
-  p.software = "Firmware 1.8";
-  p.latitude = 37.7749;
-  p.latitudeRef = "N";
-  p.longitude = 122.4194;
-  p.longitudeRef = "W";
+  const ImageProperties p{.pixelWidth = 6000,
+                          .pixelHeight = 4000,
+                          .depth = 8,
+                          .profileName = "sRGB IEC61966-2.1",
+                          .make = "Canon",
+                          .model = "Canon EOS R5",
+                          .copyright = "Ada",
+                          .artist = "Ada L.",
+                          .software = "Firmware 1.8",
+                          .lensModel = "RF24-70mm F2.8 L IS USM",
+                          .dateTimeOriginal = "2023:06:01 12:34:56",
+                          .exposureTime = 0.0125,
+                          .fNumber = 2.8,
+                          .focalLength = 34.5,
+                          .focalLength35 = 52,
+                          .exposureBias = -1.0 / 3,
+                          .iso = 100,
+                          .flash = 16,
+                          .whiteBalance = 1,
+                          .meteringMode = 5,
+                          .latitude = 37.7749,
+                          .longitude = 122.4194,
+                          .latitudeRef = "N",
+                          .longitudeRef = "W"};
   std::vector<DetailRow> expected = {
       {"Camera make", "Canon"},
       {"Camera model", "Canon EOS R5"},
@@ -226,35 +215,35 @@ TEST(ImageDetailsTest, FormatsTheBoundaryValues) {
   p.exposureBias = 0;
   p.focalLength35 = 28.5;
   auto rows = detailRowsFrom(p);
-  EXPECT_EQ(valueOf(rows, "Shutter speed"), "2.5 s");
-  EXPECT_EQ(valueOf(rows, "Flash"), "Fired");
-  EXPECT_EQ(valueOf(rows, "White balance"), "Auto");
-  EXPECT_EQ(valueOf(rows, "Exposure compensation"), "+0.0 EV");
-  EXPECT_EQ(valueOf(rows, "35 mm equivalent"), "28.5 mm");
+  EXPECT_EQ(test::valueOf(rows, "Shutter speed"), "2.5 s");
+  EXPECT_EQ(test::valueOf(rows, "Flash"), "Fired");
+  EXPECT_EQ(test::valueOf(rows, "White balance"), "Auto");
+  EXPECT_EQ(test::valueOf(rows, "Exposure compensation"), "+0.0 EV");
+  EXPECT_EQ(test::valueOf(rows, "35 mm equivalent"), "28.5 mm");
 
   p.exposureTime = 0;  // an exposure of zero is not shown
   p.exposureBias = 1.25;
   rows = detailRowsFrom(p);
-  EXPECT_FALSE(valueOf(rows, "Shutter speed"));
-  EXPECT_EQ(valueOf(rows, "Exposure compensation"), "+1.2 EV");
+  EXPECT_FALSE(test::valueOf(rows, "Shutter speed"));
+  EXPECT_EQ(test::valueOf(rows, "Exposure compensation"), "+1.2 EV");
   p.exposureTime = 1;
-  EXPECT_EQ(valueOf(detailRowsFrom(p), "Shutter speed"), "1.0 s");
+  EXPECT_EQ(test::valueOf(detailRowsFrom(p), "Shutter speed"), "1.0 s");
   p.exposureTime = 1.0 / 3;
-  EXPECT_EQ(valueOf(detailRowsFrom(p), "Shutter speed"), "1/3 s");
+  EXPECT_EQ(test::valueOf(detailRowsFrom(p), "Shutter speed"), "1/3 s");
 }
 
 TEST(ImageDetailsTest, ShowsGpsOnlyWithBothCoordinates) {
   ImageProperties p;
   p.latitude = 50.1092416666667;
-  EXPECT_FALSE(valueOf(detailRowsFrom(p), "GPS"));
+  EXPECT_FALSE(test::valueOf(detailRowsFrom(p), "GPS"));
   p.longitude = 8.652955;
   // Missing references read as north and east.
-  EXPECT_EQ(valueOf(detailRowsFrom(p), "GPS"), "50.10924\u00b0 N, 8.65296\u00b0 E");
+  EXPECT_EQ(test::valueOf(detailRowsFrom(p), "GPS"), "50.10924\u00b0 N, 8.65296\u00b0 E");
   p.latitudeRef = "S";
   p.longitudeRef = "";
-  EXPECT_EQ(valueOf(detailRowsFrom(p), "GPS"), "50.10924\u00b0 S, 8.65296\u00b0 E");
+  EXPECT_EQ(test::valueOf(detailRowsFrom(p), "GPS"), "50.10924\u00b0 S, 8.65296\u00b0 E");
   p.latitude.reset();
-  EXPECT_FALSE(valueOf(detailRowsFrom(p), "GPS"));
+  EXPECT_FALSE(test::valueOf(detailRowsFrom(p), "GPS"));
 }
 
 TEST(ImageDetailsTest, LeavesOutEmptyAndMissingValues) {
@@ -267,17 +256,16 @@ TEST(ImageDetailsTest, LeavesOutEmptyAndMissingValues) {
 }
 
 TEST(RawDetailsTest, ListsTheContainerFactsInOrder) {
-  RawInfo info;
-  info.make = "NIKON CORPORATION";
-  info.model = "NIKON Z 6";
-  info.lens = "NIKKOR Z 50mm f/1.8 S";
-  info.dateOriginal = "2023:06:01 12:34:56";
-  info.exposure = 1.0 / 250;
-  info.fNumber = 1.8;
-  info.iso = 100;
-  info.focal = 50;
-  info.width = 6048;
-  info.height = 4024;
+  RawInfo info{.make = "NIKON CORPORATION",
+               .model = "NIKON Z 6",
+               .lens = "NIKKOR Z 50mm f/1.8 S",
+               .iso = 100,
+               .exposure = 1.0 / 250,
+               .fNumber = 1.8,
+               .focal = 50,
+               .dateOriginal = "2023:06:01 12:34:56",
+               .width = 6048,
+               .height = 4024};
   std::vector<DetailRow> expected = {
       {"Camera make", "NIKON CORPORATION"},
       {"Camera model", "NIKON Z 6"},
@@ -293,12 +281,7 @@ TEST(RawDetailsTest, ListsTheContainerFactsInOrder) {
   EXPECT_EQ(detailRowsFrom(info, "nef"), expected);
 
   // Unknown shooting facts leave their rows out.
-  info.lens.clear();
-  info.dateOriginal.clear();
-  info.exposure = 0;
-  info.fNumber = 0;
-  info.iso = 0;
-  info.focal = 0;
+  info = {.make = info.make, .model = info.model, .width = info.width, .height = info.height};
   EXPECT_EQ(labels(detailRowsFrom(info, "Nef")),
             (std::vector<std::string>{"Camera make", "Camera model", "Sensor size", "File type"}));
   EXPECT_EQ(detailRowsFrom(info, "Nef").back().value, "RAW (NEF)");
@@ -306,35 +289,33 @@ TEST(RawDetailsTest, ListsTheContainerFactsInOrder) {
 
 TEST(PhotoMetaFromRawTest, UsesTheCameraNameRuleAndTheLocalDate) {
   TimeZone utc("UTC0");
-  RawInfo info;
-  info.make = "FUJIFILM";
-  info.model = "X-T4";
-  info.dateOriginal = "2023:06:01 12:34:56";
-  info.width = 6240;
-  info.height = 4160;
-  info.iso = 160;
-  info.exposure = 0.5;
-  info.fNumber = 5.6;
-  info.focal = 23;
-  info.lens = "XF23mmF1.4 R";
-  PhotoMeta m = photoMetaFrom(info);
-  EXPECT_EQ(m.camera, "FUJIFILM X-T4");
-  EXPECT_EQ(m.capture, 1685622896.0);
-  EXPECT_EQ(m.width, 6240);
-  EXPECT_EQ(m.height, 4160);
-  EXPECT_EQ(m.lens, "XF23mmF1.4 R");
-  EXPECT_EQ(m.iso, 160);
-  EXPECT_DOUBLE_EQ(m.shutter, 0.5);
-  EXPECT_DOUBLE_EQ(m.aperture, 5.6);
-  EXPECT_DOUBLE_EQ(m.focal, 23);
-  EXPECT_TRUE(m.keywords.empty());
+  const RawInfo info{.make = "FUJIFILM",
+                     .model = "X-T4",
+                     .lens = "XF23mmF1.4 R",
+                     .iso = 160,
+                     .exposure = 0.5,
+                     .fNumber = 5.6,
+                     .focal = 23,
+                     .dateOriginal = "2023:06:01 12:34:56",
+                     .width = 6240,
+                     .height = 4160};
+  EXPECT_EQ(photoMetaFrom(info), (PhotoMeta{.width = 6240,
+                                            .height = 4160,
+                                            .capture = 1685622896.0,
+                                            .camera = "FUJIFILM X-T4",
+                                            .lens = "XF23mmF1.4 R",
+                                            .iso = 160,
+                                            .shutter = 0.5,
+                                            .aperture = 5.6,
+                                            .focal = 23}));
 }
 
 TEST(RawPreviewOrderTest, PutsTheLargestFirstAndDropsRepeats) {
   using P = EmbeddedPreview;
   std::vector<P> previews = {
       {P::Source::exiv2, P::Format::tiff, 16, "image/tiff", 160, 120, 57600, -1},
-      {P::Source::exiv2, P::Format::tiff, 17, "image/tiff", 1616, 1080, 5000, -1},  // same picture as LibRaw's
+      {P::Source::exiv2, P::Format::tiff, 17, "image/tiff", 1616, 1080, 5000,
+       -1},  // same picture as LibRaw's
       {P::Source::libraw, P::Format::jpeg, -1, "image/jpeg", 1616, 1080, 4852, 143},
       {P::Source::exiv2, P::Format::jpeg, 18, "image/jpeg", 640, 480, 30000, -1},
   };
@@ -348,7 +329,8 @@ TEST(RawPreviewOrderTest, PutsTheLargestFirstAndDropsRepeats) {
 
 TEST(RawPreviewOrderTest, MapsLibRawFlipsToExifOrientations) {
   const int expected[8] = {1, 2, 4, 3, 5, 8, 6, 7};
-  for (int flip = 0; flip < 8; ++flip) EXPECT_EQ(RawPreview::orientationFromFlip(flip), expected[flip]) << flip;
+  for (int flip = 0; flip < 8; ++flip)
+    EXPECT_EQ(RawPreview::orientationFromFlip(flip), expected[flip]) << flip;
   EXPECT_EQ(RawPreview::orientationFromFlip(-1), 1);
   EXPECT_EQ(RawPreview::orientationFromFlip(99), 1);
 }

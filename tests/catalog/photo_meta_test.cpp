@@ -8,65 +8,41 @@
 #include <filesystem>
 
 #include "engine/catalog/raw_preview.h"
+#include "tests/catalog/meta_helpers.h"
 #include "tests/support/sample_photos.h"
 #include "tests/support/temp_dir.h"
 
 using namespace lumivale;
 
-namespace {
-
-std::string photo(const std::string& name) { return std::string(LUMIVALE_TEST_DATA) + "/photos/" + name; }
-
-std::optional<std::string> valueOf(const std::vector<DetailRow>& rows, const std::string& label) {
-  for (const auto& row : rows) {
-    if (row.label == label) return row.value;
-  }
-  return std::nullopt;
-}
-
-}  // namespace
-
 TEST(RawPreviewTest, ReadsTheFactsOfASyntheticDng) {
   test::TempDir dir;
-  test::SampleDng dng;
-  dng.make = "NIKON CORPORATION";
-  dng.model = "NIKON Z 6";
-  dng.lens = "NIKKOR Z 24-70mm f/4 S";
-  dng.exposure = {1, 250};
-  dng.fNumber = {4, 1};
-  dng.iso = 1600;
-  dng.focal = {48, 1};
-  dng.dateTimeOriginal = "2022:12:24 18:30:05";
-  dng.width = 96;
-  dng.height = 64;
-  test::writeDng(dir / "a.dng", dng);
-
-  auto info = RawPreview::info(dir / "a.dng");
-  ASSERT_TRUE(info);
+  test::writeDng(dir / "a.dng", {.width = 96,
+                                 .height = 64,
+                                 .make = "NIKON CORPORATION",
+                                 .model = "NIKON Z 6",
+                                 .lens = "NIKKOR Z 24-70mm f/4 S",
+                                 .exposure = {1, 250},
+                                 .fNumber = {4, 1},
+                                 .iso = 1600,
+                                 .focal = {48, 1},
+                                 .dateTimeOriginal = "2022:12:24 18:30:05"});
   // The maker and model as the file spells them, not LibRaw's short forms.
-  EXPECT_EQ(info->make, "NIKON CORPORATION");
-  EXPECT_EQ(info->model, "NIKON Z 6");
-  EXPECT_EQ(info->lens, "NIKKOR Z 24-70mm f/4 S");
-  EXPECT_EQ(info->iso, 1600);
-  EXPECT_DOUBLE_EQ(info->exposure, 0.004);
-  EXPECT_DOUBLE_EQ(info->fNumber, 4);
-  EXPECT_DOUBLE_EQ(info->focal, 48);
-  EXPECT_EQ(info->dateOriginal, "2022:12:24 18:30:05");
-  EXPECT_EQ(info->width, 96);
-  EXPECT_EQ(info->height, 64);
-  EXPECT_EQ(info->orientation, 1);
-  EXPECT_TRUE(info->previews.empty());
+  EXPECT_EQ(RawPreview::info(dir / "a.dng"), (RawInfo{.make = "NIKON CORPORATION",
+                                                      .model = "NIKON Z 6",
+                                                      .lens = "NIKKOR Z 24-70mm f/4 S",
+                                                      .iso = 1600,
+                                                      .exposure = 0.004,
+                                                      .fNumber = 4,
+                                                      .focal = 48,
+                                                      .dateOriginal = "2022:12:24 18:30:05",
+                                                      .width = 96,
+                                                      .height = 64}));
 }
 
 TEST(RawPreviewTest, TurnsTheSizeAndListsTheEmbeddedPreview) {
   test::TempDir dir;
-  test::SampleDng dng;
-  dng.width = 96;
-  dng.height = 64;
-  dng.orientation = 6;
-  dng.previewWidth = 320;
-  dng.previewHeight = 240;
-  test::writeDng(dir / "b.dng", dng);
+  test::writeDng(dir / "b.dng",
+                 {.width = 96, .height = 64, .orientation = 6, .previewWidth = 320, .previewHeight = 240});
 
   auto info = RawPreview::info(dir / "b.dng");
   ASSERT_TRUE(info);
@@ -90,16 +66,14 @@ TEST(RawPreviewTest, TurnsTheSizeAndListsTheEmbeddedPreview) {
 TEST(RawPreviewTest, ReadsATiffBasedRawWithoutDngTags) {
   // exiftool reports this file as PENTAX / PENTAX K-1, 96x64, Rotate 90 CW.
   test::TempDir dir;
-  test::SampleDng pef;
-  pef.dngTags = false;
-  pef.make = "PENTAX";
-  pef.model = "PENTAX K-1";
-  pef.width = 96;
-  pef.height = 64;
-  pef.orientation = 6;
-  pef.exposure = {1, 320};
-  pef.fNumber = {71, 10};
-  test::writeDng(dir / "IMGP0001.PEF", pef);
+  test::writeDng(dir / "IMGP0001.PEF", {.width = 96,
+                                        .height = 64,
+                                        .make = "PENTAX",
+                                        .model = "PENTAX K-1",
+                                        .exposure = {1, 320},
+                                        .fNumber = {71, 10},
+                                        .orientation = 6,
+                                        .dngTags = false});
   auto info = RawPreview::info(dir / "IMGP0001.PEF");
   ASSERT_TRUE(info);
   EXPECT_EQ(info->make, "PENTAX");
@@ -118,8 +92,7 @@ TEST(RawPreviewTest, GivesNothingForFilesThatAreNoRawContainers) {
   test::writeFile(dir / "empty.nef", "");
   test::writeFile(dir / "text.cr2", "not a raw file at all\n");
   test::writeFile(dir / "jpeg.cr2", test::jpegBytes(32, 32));
-  test::SampleDng dng;
-  test::writeDng(dir / "whole.dng", dng);
+  test::writeDng(dir / "whole.dng");
   std::string whole = test::readFile(dir / "whole.dng");
   test::writeFile(dir / "cut.dng", whole.substr(0, 16));
   for (const char* name : {"empty.nef", "text.cr2", "cut.dng", "missing.arw"}) {
@@ -132,13 +105,8 @@ TEST(RawPreviewTest, GivesNothingForFilesThatAreNoRawContainers) {
 
 TEST(PhotoMetaTest, ReadsADngFromItsContainer) {
   test::TempDir dir;
-  test::SampleDng dng;
-  dng.make = "Canon";
-  dng.model = "Canon EOS R5";
-  dng.orientation = 8;
-  dng.width = 80;
-  dng.height = 60;
-  test::writeDng(dir / "IMG_0001.DNG", dng);
+  test::writeDng(dir / "IMG_0001.DNG",
+                 {.width = 80, .height = 60, .make = "Canon", .model = "Canon EOS R5", .orientation = 8});
 
   auto meta = PhotoMeta::read(dir / "IMG_0001.DNG");
   ASSERT_TRUE(meta);
@@ -152,33 +120,27 @@ TEST(PhotoMetaTest, ReadsADngFromItsContainer) {
   auto rows = PhotoMeta::details(dir / "IMG_0001.DNG");
   ASSERT_FALSE(rows.empty());
   EXPECT_EQ(rows.front(), (DetailRow{"Camera make", "Canon"}));
-  EXPECT_EQ(valueOf(rows, "Sensor size"), "60 \u00d7 80");
+  EXPECT_EQ(test::valueOf(rows, "Sensor size"), "60 \u00d7 80");
   EXPECT_EQ(rows.back(), (DetailRow{"File type", "RAW (DNG)"}));
 }
 
 TEST(PhotoMetaTest, DescribesARawNamedJpegAsAnImage) {
   // A .cr2 that holds a JPEG: the RAW reader fails, the image reader works.
   test::TempDir dir;
-  test::SampleTags tags;
-  tags.make = "Canon";
-  tags.model = "Canon EOS 5D";
-  test::writePhoto(dir / "fake.jpg", 48, 32, tags);
+  test::writePhoto(dir / "fake.jpg", 48, 32, {.make = "Canon", .model = "Canon EOS 5D"});
   std::filesystem::rename(dir / "fake.jpg", dir / "fake.cr2");
   auto meta = PhotoMeta::read(dir / "fake.cr2");
   ASSERT_TRUE(meta);
   EXPECT_EQ(meta->camera, "Canon EOS 5D");
   EXPECT_EQ(meta->width, 48);
   auto rows = PhotoMeta::details(dir / "fake.cr2");
-  EXPECT_EQ(valueOf(rows, "Pixel size"), "48 \u00d7 32");
-  EXPECT_FALSE(valueOf(rows, "File type"));
+  EXPECT_EQ(test::valueOf(rows, "Pixel size"), "48 \u00d7 32");
+  EXPECT_FALSE(test::valueOf(rows, "File type"));
 }
 
 TEST(PhotoMetaTest, ReadsAPortraitStoredLandscape) {
   test::TempDir dir;
-  test::SampleTags tags;
-  tags.orientation = 6;
-  tags.keywords = {"  Egret ", "", "Marsh"};
-  test::writePhoto(dir / "turned.jpg", 120, 80, tags);
+  test::writePhoto(dir / "turned.jpg", 120, 80, {.orientation = 6, .keywords = {"  Egret ", "", "Marsh"}});
   auto meta = PhotoMeta::read(dir / "turned.jpg");
   ASSERT_TRUE(meta);
   EXPECT_EQ(meta->width, 80);
@@ -187,12 +149,12 @@ TEST(PhotoMetaTest, ReadsAPortraitStoredLandscape) {
 
   // Real files: each looks upright once turned, so all are shown landscape.
   for (const char* name : {"Landscape_1.jpg", "Landscape_6.jpg"}) {
-    auto real = PhotoMeta::read(photo(name));
+    auto real = PhotoMeta::read(test::realPhoto(name));
     ASSERT_TRUE(real) << name;
     EXPECT_EQ(real->width, 600) << name;
     EXPECT_EQ(real->height, 450) << name;
   }
-  auto portrait = PhotoMeta::read(photo("Portrait_8.jpg"));
+  auto portrait = PhotoMeta::read(test::realPhoto("Portrait_8.jpg"));
   ASSERT_TRUE(portrait);
   EXPECT_EQ(portrait->width, 450);
   EXPECT_EQ(portrait->height, 600);
@@ -210,17 +172,18 @@ TEST(PhotoMetaTest, MatchesExiftoolOnRealCameraFiles) {
     int width, height;
   };
   const Case cases[] = {
-      {"npm-node-iptc-test1.jpeg", "NIKON D300S", "50.0 mm f/1.4", 200, 1.0 / 60, 14, 50, "2011:11:19 19:55:44", 100, 151},
+      {"npm-node-iptc-test1.jpeg", "NIKON D300S", "50.0 mm f/1.4", 200, 1.0 / 60, 14, 50,
+       "2011:11:19 19:55:44", 100, 151},
       {"npm-node-iptc-test3.jpeg", "NIKON D90", "18.0-105.0 mm f/3.5-5.6", 200, 1.0 / 800, 8, 32,
        "2011:08:15 12:24:54", 100, 71},
       {"npm-node-iptc-test4.jpeg", "Canon EOS-1D X", "EF70-200mm f/2.8L IS II USM", 3200, 1.0 / 500, 4, 110,
        "2016:02:13 20:50:25", 100, 56},
-      {"npm-node-iptc-test_no_iptc.jpeg", "Canon EOS 500D", "", 1600, 1.0 / 30, 5, 41, "2012:10:29 14:28:42", 100,
-       134},
+      {"npm-node-iptc-test_no_iptc.jpeg", "Canon EOS 500D", "", 1600, 1.0 / 30, 5, 41, "2012:10:29 14:28:42",
+       100, 134},
       {"Nikon-D300-12bit_srgb8_dt.png", "NIKON D300", "", 200, 0.1, 7.1, 50, "2017:01:17 21:27:20", 64, 64},
   };
   for (const Case& c : cases) {
-    auto meta = PhotoMeta::read(photo(c.name));
+    auto meta = PhotoMeta::read(test::realPhoto(c.name));
     ASSERT_TRUE(meta) << c.name;
     EXPECT_EQ(meta->camera, c.camera) << c.name;
     EXPECT_EQ(meta->lens, c.lens) << c.name;
@@ -232,14 +195,14 @@ TEST(PhotoMetaTest, MatchesExiftoolOnRealCameraFiles) {
     EXPECT_EQ(meta->width, c.width) << c.name;
     EXPECT_EQ(meta->height, c.height) << c.name;
   }
-  auto egret = PhotoMeta::read(photo("npm-node-iptc-test5.jpeg"));
+  auto egret = PhotoMeta::read(test::realPhoto("npm-node-iptc-test5.jpeg"));
   ASSERT_TRUE(egret);
   EXPECT_EQ(egret->keywords.size(), 13u);
   EXPECT_EQ(egret->keywords.back(), "waders");
 }
 
 TEST(PhotoMetaTest, DetailsOfARealPhotoFollowTheTable) {
-  auto rows = PhotoMeta::details(photo("npm-node-iptc-test2.jpeg"));
+  auto rows = PhotoMeta::details(test::realPhoto("npm-node-iptc-test2.jpeg"));
   std::vector<DetailRow> expected = {
       {"Camera make", "NIKON CORPORATION"},
       {"Camera model", "NIKON D800"},

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <thread>
 
+#include "tests/support/errors.h"
 #include "tests/support/temp_dir.h"
 
 using namespace lumivale;
@@ -62,22 +63,13 @@ TEST(SQLValueTest, EqualityNeedsSameCaseAndPayload) {
 }
 
 TEST_F(SQLiteDBTest, ValuesRoundTripThroughTheirColumnTypes) {
-  db.run("INSERT INTO t(id, v) VALUES(1, ?)", {std::int64_t{-7}});
-  db.run("INSERT INTO t(id, v) VALUES(2, ?)", {0.25});
-  db.run("INSERT INTO t(id, v) VALUES(3, ?)", {"text ✓"});
-  db.run("INSERT INTO t(id, v) VALUES(4, ?)", {Blob{0, 255, 3}});
-  db.run("INSERT INTO t(id, v) VALUES(5, ?)", {SQLValue()});
-  db.run("INSERT INTO t(id, v) VALUES(6, ?)", {Blob{}});
-  auto rows = db.query("SELECT v FROM t ORDER BY id");
-  ASSERT_EQ(rows.size(), 6u);
-  EXPECT_EQ(rows[0][0], SQLValue(std::int64_t{-7}));
-  EXPECT_EQ(rows[1][0], SQLValue(0.25));
-  EXPECT_EQ(rows[2][0], SQLValue("text ✓"));
-  EXPECT_EQ(rows[3][0], SQLValue(Blob{0, 255, 3}));
-  EXPECT_TRUE(rows[4][0].isNull());
-  // A zero-length blob is still a blob, and its data is empty, not absent.
-  EXPECT_EQ(rows[5][0].kind(), SQLValue::Kind::blob);
-  EXPECT_EQ(rows[5][0].dataValue(), Blob{});
+  // A zero-length blob among them: still a blob, its data empty, not absent.
+  const std::vector<SQLValue> values{std::int64_t{-7}, 0.25, "text ✓", Blob{0, 255, 3}, SQLValue(), Blob{}};
+  for (const SQLValue& v : values) db.run("INSERT INTO t(v) VALUES(?)", {v});
+  std::vector<SQLValue> back;
+  for (const SQLRow& row : db.query("SELECT v FROM t ORDER BY id")) back.push_back(row.at(0));
+  EXPECT_EQ(back, values);
+  EXPECT_EQ(back.back().dataValue(), Blob{});
 }
 
 TEST_F(SQLiteDBTest, IntegerAndRealColumnsReadThroughEitherAccessor) {
@@ -95,20 +87,14 @@ TEST_F(SQLiteDBTest, UnboundParametersStayNull) {
 
 TEST_F(SQLiteDBTest, RunReportsTheMessageAndTheStatement) {
   const std::string bad = "INSERT INTO nowhere VALUES(1)";
-  try {
-    db.run(bad);
-    FAIL() << "expected an error";
-  } catch (const SQLError& e) {
-    EXPECT_EQ(e.description(), "no such table: nowhere \u2014 " + bad);
-  }
+  EXPECT_EQ(test::errorMessage<SQLError>([&] { db.run(bad); }), "no such table: nowhere \u2014 " + bad);
   db.run("INSERT INTO t(id, v) VALUES(1, 1)");
-  try {
-    db.run("INSERT INTO t(id, v) VALUES(1, 2)");
-    FAIL() << "expected a constraint error";
-  } catch (const SQLError& e) {
-    EXPECT_NE(std::string(e.what()).find("UNIQUE constraint failed"), std::string::npos);
-    EXPECT_NE(std::string(e.what()).find(" \u2014 INSERT INTO t(id, v) VALUES(1, 2)"), std::string::npos);
-  }
+  const std::string error =
+      test::errorMessage<SQLError>([&] { db.run("INSERT INTO t(id, v) VALUES(1, 2)"); });
+  EXPECT_NE(error.find("UNIQUE constraint failed"), std::string::npos) << error;
+  EXPECT_NE(error.find(" \u2014 INSERT INTO t(id, v) VALUES(1, 2)"), std::string::npos) << error;
+  EXPECT_NE(test::errorMessage<SQLError>([&] { db.exec("THIS IS NOT SQL"); }).find("syntax error"),
+            std::string::npos);
 }
 
 TEST_F(SQLiteDBTest, RunReturnsTheLastInsertRowid) {
@@ -116,15 +102,6 @@ TEST_F(SQLiteDBTest, RunReturnsTheLastInsertRowid) {
   EXPECT_EQ(db.run("INSERT INTO t(v) VALUES(2)"), 2);
   // Not an insert: the connection's last insert rowid, which callers ignore.
   EXPECT_EQ(db.run("UPDATE t SET v = 5 WHERE id = 1"), 2);
-}
-
-TEST_F(SQLiteDBTest, ExecReportsSQLiteMessage) {
-  try {
-    db.exec("THIS IS NOT SQL");
-    FAIL();
-  } catch (const SQLError& e) {
-    EXPECT_NE(std::string(e.what()).find("syntax error"), std::string::npos);
-  }
 }
 
 TEST_F(SQLiteDBTest, QueryIsTolerant) {
@@ -142,16 +119,14 @@ TEST_F(SQLiteDBTest, QueryIsTolerant) {
 
 TEST_F(SQLiteDBTest, FailingTransactionLeavesTheDatabaseAsItWasAndReportsTheFirstError) {
   db.run("INSERT INTO t(id, v) VALUES(1, 'keep')");
-  try {
+  const std::string error = test::errorMessage<SQLError>([&] {
     db.transaction([&] {
       db.run("INSERT INTO t(id, v) VALUES(2, 'gone')");
       db.run("UPDATE t SET v = 'changed' WHERE id = 1");
       db.run("INSERT INTO t(id, v) VALUES(1, 'duplicate')");
     });
-    FAIL() << "expected the constraint error";
-  } catch (const SQLError& e) {
-    EXPECT_NE(std::string(e.what()).find("VALUES(1, 'duplicate')"), std::string::npos);
-  }
+  });
+  EXPECT_NE(error.find("VALUES(1, 'duplicate')"), std::string::npos) << error;
   EXPECT_EQ(rowCount(), 1);
   EXPECT_EQ(db.query("SELECT v FROM t WHERE id = 1").at(0).at(0).stringValue(), "keep");
   // The connection is usable again: no transaction was left open.
@@ -209,12 +184,8 @@ TEST(SQLiteDBOpen, TwoConnectionsShareOneFile) {
 TEST(SQLiteDBOpen, UnopenablePathNamesThePath) {
   test::TempDir dir;
   auto path = (dir / "missing" / "deeper" / "db.sqlite").string();
-  try {
-    SQLiteDB db(path);
-    FAIL();
-  } catch (const SQLError& e) {
-    EXPECT_EQ(e.description(), "Cannot open the library database at " + path);
-  }
+  EXPECT_EQ(test::errorMessage<SQLError>([&] { SQLiteDB db(path); }),
+            "Cannot open the library database at " + path);
 }
 
 TEST(SQLiteDBOpen, BusyWriterTimesOutWithAnError) {

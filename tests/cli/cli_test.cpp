@@ -2,26 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
-
-#include "tests/support/temp_dir.h"
+#include "tests/support/cli_run.h"
 
 using namespace lumivale;
 using lumivale::cli::UsageError;
+using test::runCli;
 
 namespace {
-
-struct Result {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-Result runCli(std::vector<std::string> args) {
-  std::ostringstream out, err;
-  int status = cli::run(args, out, err);
-  return {status, out.str(), err.str()};
-}
 
 TEST(CliIdsTest, AcceptsSinglesListsAndRanges) {
   EXPECT_EQ(cli::parseIds("7"), (std::vector<std::int64_t>{7}));
@@ -59,7 +46,7 @@ TEST(CliTest, InfoReportsAFreshLibrary) {
   auto folder = (dir / "lib").string();
   auto r = runCli({"--library", folder, "--json", "info"});
   ASSERT_EQ(r.status, 0) << r.err;
-  auto doc = nlohmann::json::parse(r.out);
+  auto doc = r.json();
   EXPECT_EQ(doc["format"], "KUVO Lumivale library 1");
   EXPECT_EQ(doc["photos"], 0);
   EXPECT_EQ(doc["library"], folder);
@@ -79,17 +66,13 @@ TEST(CliTest, EnvironmentChoosesTheLibrary) {
   auto r = runCli({"--json", "info"});
   unsetenv("LUMIVALE_LIBRARY");
   ASSERT_EQ(r.status, 0);
-  EXPECT_EQ(nlohmann::json::parse(r.out)["library"], (dir / "env-lib").string());
+  EXPECT_EQ(r.json()["library"], (dir / "env-lib").string());
 }
 
 TEST(CliTest, UsageErrorsExitTwoWithOneLine) {
   for (auto args : std::vector<std::vector<std::string>>{
            {}, {"frobnicate"}, {"--library"}, {"--wat", "info"}, {"info", "extra"}, {"info", "--bogus"}}) {
-    auto r = runCli(args);
-    EXPECT_EQ(r.status, 2);
-    EXPECT_EQ(r.err.rfind("error: ", 0), 0u) << r.err;
-    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
-    EXPECT_TRUE(r.out.empty());
+    test::expectError(runCli(args), 2);
   }
 }
 
@@ -107,13 +90,11 @@ TEST(CliTest, HelpAtEveryLevel) {
 TEST(CliTest, LibraryThatCannotOpenIsAnErrorAndFilesStay) {
   test::TempDir dir;
   test::writeFile(dir / "plain", "keep me");
-  auto r = runCli({"--library", (dir / "plain" / "lib").string(), "info"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.err.rfind("error: ", 0), 0u);
+  test::expectError(runCli({"--library", (dir / "plain" / "lib").string(), "info"}), 1);
   EXPECT_EQ(test::readFile(dir / "plain"), "keep me");
 
   test::writeFile(dir / "bad" / "Lumivale Library.sqlite", "not a database at all");
-  r = runCli({"--library", (dir / "bad").string(), "info"});
+  auto r = runCli({"--library", (dir / "bad").string(), "info"});
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.err, "error: file is not a database\n");
   EXPECT_EQ(test::readFile(dir / "bad" / "Lumivale Library.sqlite"), "not a database at all");

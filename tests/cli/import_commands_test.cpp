@@ -1,45 +1,26 @@
 #include <gtest/gtest.h>
 
-#include <sstream>
-
-#include "cli/cli.h"
+#include "tests/support/cli_run.h"
 #include "tests/support/sample_photos.h"
-#include "tests/support/temp_dir.h"
 
 using namespace lumivale;
 
 namespace {
 
-struct Result {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-class ImportCommandsTest : public ::testing::Test {
+class ImportCommandsTest : public test::CliLibraryTest {
  protected:
-  Result run(std::vector<std::string> args) {
-    args.insert(args.begin(), {"--library", (dir / "lib").string()});
-    std::ostringstream out, err;
-    int status = cli::run(args, out, err);
-    return {status, out.str(), err.str()};
-  }
-
   void makePhotos() {
-    test::SampleTags tags;
-    tags.make = "Canon";
-    tags.model = "Canon EOS R5";
-    tags.iso = 100;
-    tags.exposure = test::Rational{1, 125};
-    tags.fNumber = test::Rational{8, 1};
-    tags.focal = test::Rational{35, 1};
-    tags.keywords = {"Harbour"};
-    test::writePhoto(dir / "photos/a.jpg", 24, 16, tags);
+    test::writePhoto(dir / "photos/a.jpg", 24, 16,
+                     {.make = "Canon",
+                      .model = "Canon EOS R5",
+                      .exposure = {{1, 125}},
+                      .fNumber = {{8, 1}},
+                      .focal = {{35, 1}},
+                      .iso = 100,
+                      .keywords = {"Harbour"}});
     test::writePhoto(dir / "photos/sub/b.png", 24, 16);
     test::writeFile(dir / "photos/broken.jpg", "not a photo");
   }
-
-  test::TempDir dir;
 };
 
 }  // namespace
@@ -54,7 +35,7 @@ TEST_F(ImportCommandsTest, ImportPrintsWhatItDid) {
 
   r = run({"--json", "import", (dir / "photos").string()});
   ASSERT_EQ(r.status, 0) << r.err;
-  auto doc = nlohmann::json::parse(r.out);
+  auto doc = r.json();
   EXPECT_EQ(doc["added"], 0);
   EXPECT_EQ(doc["skipped"], 2);
   EXPECT_EQ(doc["failed"], 1);
@@ -68,10 +49,7 @@ TEST_F(ImportCommandsTest, ImportPrintsWhatItDid) {
 }
 
 TEST_F(ImportCommandsTest, ImportFailsOnAFolderItCannotRead) {
-  auto r = run({"import", (dir / "nowhere").string()});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.err.rfind("error: ", 0), 0u);
-  EXPECT_NE(r.err.find("nowhere"), std::string::npos);
+  test::expectError(run({"import", (dir / "nowhere").string()}), 1, "nowhere");
   EXPECT_EQ(run({"import"}).status, 2);
   EXPECT_EQ(run({"import", "a", "b"}).status, 2);
   EXPECT_EQ(run({"import", "--deep", "a"}).status, 2);
@@ -82,7 +60,7 @@ TEST_F(ImportCommandsTest, ShowPrintsTheRecord) {
   ASSERT_EQ(run({"import", (dir / "photos").string()}).status, 0);
   auto r = run({"--json", "show", "1"});
   ASSERT_EQ(r.status, 0) << r.err;
-  auto doc = nlohmann::json::parse(r.out);
+  auto doc = r.json();
   EXPECT_EQ(doc["name"], "a.jpg");
   EXPECT_EQ(doc["camera"], "Canon EOS R5");
   EXPECT_EQ(doc["shutterText"], "1/125 s");
@@ -112,7 +90,7 @@ TEST_F(ImportCommandsTest, DetailsPrintsTheRowsInOrder) {
 
   r = run({"--json", "details", "1"});
   ASSERT_EQ(r.status, 0) << r.err;
-  auto doc = nlohmann::json::parse(r.out);
+  auto doc = r.json();
   ASSERT_TRUE(doc.is_array());
   ASSERT_GE(doc.size(), 2u);
   EXPECT_EQ(doc[0], (nlohmann::json{{"label", "Camera make"}, {"value", "Canon"}}));
@@ -122,7 +100,7 @@ TEST_F(ImportCommandsTest, DetailsPrintsTheRowsInOrder) {
   std::filesystem::remove(dir / "photos/a.jpg");
   r = run({"--json", "details", "1"});
   EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(nlohmann::json::parse(r.out), nlohmann::json::array());
+  EXPECT_EQ(r.json(), nlohmann::json::array());
   r = run({"details", "1"});
   EXPECT_EQ(r.out, "");
   EXPECT_NE(r.err.find("cannot be read"), std::string::npos);

@@ -1,23 +1,13 @@
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <sstream>
 
-#include "cli/cli.h"
-#include "engine/catalog/photo_library.h"
-#include "engine/edit/edit_settings.h"
 #include "engine/render/tone_lut.h"
-#include "tests/support/temp_dir.h"
+#include "tests/support/cli_run.h"
 
 using namespace lumivale;
 
 namespace {
-
-struct Result {
-  int status;
-  std::string out;
-  std::string err;
-};
 
 // A .cube file as another tool would read it.
 struct ParsedCube {
@@ -102,30 +92,20 @@ EditSettings lookSettings() {
   return s;
 }
 
-class LutCommandTest : public ::testing::Test {
+class LutCommandTest : public test::CliLibraryTest {
  protected:
-  Result run(std::vector<std::string> args) {
-    args.insert(args.begin(), {"--library", (dir / "lib").string()});
-    std::ostringstream out, err;
-    int status = cli::run(args, out, err);
-    return {status, out.str(), err.str()};
-  }
-
   std::string writeSettings(const std::string& name, const std::string& json) {
     auto path = dir / name;
     test::writeFile(path, json);
     return path.string();
   }
 
-  // A catalogued photo with the given stored edit (none when empty).
+  // A catalogued photo with the given stored edit (none when absent).
   std::int64_t addPhoto(const std::string& name, bool raw, const std::optional<std::string>& edits) {
-    PhotoLibrary library(dir / "lib");
-    return library.db().run("INSERT INTO photos(path, name, raw, edits) VALUES(?, ?, ?, ?)",
-                            {SQLValue((dir / name).string()), SQLValue(name), SQLValue(raw ? 1 : 0),
-                             edits ? SQLValue(Blob(edits->begin(), edits->end())) : SQLValue()});
+    return test::insertPhoto(
+        library, (dir / name).string(),
+        {{"raw", raw}, {"edits", edits ? SQLValue(Blob(edits->begin(), edits->end())) : SQLValue()}});
   }
-
-  test::TempDir dir;
 };
 
 }  // namespace
@@ -193,7 +173,7 @@ TEST_F(LutCommandTest, NeverReplacesAFileUnlessForced) {
 
   r = run({"--json", "lut", "--settings", settings, "-o", file, "--force", "--size", "3"});
   ASSERT_EQ(r.status, 0) << r.err;
-  auto doc = nlohmann::json::parse(r.out);
+  auto doc = r.json();
   EXPECT_EQ(doc["size"], 3);
   EXPECT_EQ(doc["domain"], "display");
   EXPECT_EQ(doc["entries"], 27);
@@ -238,9 +218,7 @@ TEST_F(LutCommandTest, RejectsWhatItCannotDo) {
       {{"lut", "--settings", settings, "-o", dir.path().string()}, 1, "is a folder"},
   };
   for (const Case& c : cases) {
-    auto r = run(c.args);
-    EXPECT_EQ(r.status, c.status) << c.args.back() << ": " << r.err;
-    EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
-    EXPECT_EQ(r.err.rfind("error: ", 0), 0u) << r.err;
+    SCOPED_TRACE(c.args.back());
+    test::expectError(run(c.args), c.status, c.message);
   }
 }

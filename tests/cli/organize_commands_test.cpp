@@ -1,83 +1,37 @@
 #include <gtest/gtest.h>
 
-#include <sstream>
-
-#include "cli/cli.h"
-#include "engine/catalog/photo_library.h"
-#include "tests/support/temp_dir.h"
+#include "tests/support/cli_run.h"
 
 using namespace lumivale;
 using Json = nlohmann::json;
 
 namespace {
 
-using Ids = std::vector<std::int64_t>;
-
-struct Result {
-  int status;
-  std::string out;
-  std::string err;
-  Json json() const { return Json::parse(out); }
-};
+using test::Ids;
 
 // A library with four photos in two folders, made directly in the catalog.
-class OrganizeCliTest : public ::testing::Test {
+class OrganizeCliTest : public test::CliLibraryTest {
  protected:
-  test::TempDir dir;
-  std::string folder = (dir / "lib").string();
-  std::unique_ptr<PhotoLibrary> library;
-
   void SetUp() override {
-    library = std::make_unique<PhotoLibrary>(folder);
-    struct P {
-      const char* path;
-      const char* folder;
-      double capture;
-      const char* camera;
-    };
-    for (P p : {P{"/pics/trip/IMG_1.jpg", "/pics/trip", 400, "Canon EOS R5"},
-                P{"/pics/trip/IMG_2.jpg", "/pics/trip", 300, "Canon EOS R5"},
-                P{"/pics/trip/sub/DSC_3.NEF", "/pics/trip/sub", 200, "NIKON Z 6"},
-                P{"/pics/tripod/DSC_4.NEF", "/pics/tripod", 100, "NIKON Z 6"}}) {
-      library->db().run(
-          "INSERT INTO photos(path, folder, name, capture, imported, camera) VALUES(?,?,?,?,0,?)",
-          {p.path, p.folder, std::filesystem::path(p.path).filename().string(), p.capture, p.camera});
-    }
-    library->db().run("INSERT INTO folders(path, added) VALUES('/pics/trip', 0), ('/pics/tripod', 0)");
-  }
-
-  Result run(std::vector<std::string> args) {
-    args.insert(args.begin(), {"--library", folder});
-    std::ostringstream out, err;
-    int status = cli::run(args, out, err);
-    return {status, out.str(), err.str()};
+    addPhoto("/pics/trip/IMG_1.jpg", {{"capture", 400.0}, {"camera", "Canon EOS R5"}});
+    addPhoto("/pics/trip/IMG_2.jpg", {{"capture", 300.0}, {"camera", "Canon EOS R5"}});
+    addPhoto("/pics/trip/sub/DSC_3.NEF", {{"capture", 200.0}, {"camera", "NIKON Z 6"}});
+    addPhoto("/pics/tripod/DSC_4.NEF", {{"capture", 100.0}, {"camera", "NIKON Z 6"}});
+    library.db().run("INSERT INTO folders(path, added) VALUES('/pics/trip', 0), ('/pics/tripod', 0)");
   }
 
   Ids listed(std::vector<std::string> args) {
     args.insert(args.begin(), {"--json", "list"});
-    Result r = run(args);
-    EXPECT_EQ(r.status, 0) << r.err;
     Ids ids;
-    if (r.status == 0) {
-      for (const Json& record : r.json()) ids.push_back(record["id"].get<std::int64_t>());
-    }
+    for (const Json& record : ok(args).json()) ids.push_back(record["id"].get<std::int64_t>());
     return ids;
   }
 
   std::string dump() {
-    std::string text;
-    for (const char* sql :
-         {"SELECT id, rating, flag, label FROM photos ORDER BY id",
-          "SELECT * FROM keywords ORDER BY photo, word", "SELECT id, name FROM collections ORDER BY id",
-          "SELECT * FROM collection_items ORDER BY collection, photo"}) {
-      for (const SQLRow& row : library->db().query(sql)) {
-        for (const SQLValue& v : row)
-          text += v.stringValue().value_or(std::to_string(v.intValue().value_or(0))) + "|";
-        text += "\n";
-      }
-      text += "--\n";
-    }
-    return text;
+    return test::dumpRows(library, {"SELECT id, rating, flag, label FROM photos ORDER BY id",
+                                    "SELECT * FROM keywords ORDER BY photo, word",
+                                    "SELECT id, name FROM collections ORDER BY id",
+                                    "SELECT * FROM collection_items ORDER BY collection, photo"});
   }
 };
 
@@ -107,7 +61,7 @@ TEST_F(OrganizeCliTest, ListFolderAcceptsARelativePath) {
   auto previous = std::filesystem::current_path();
   std::filesystem::create_directories(dir / "work");
   std::filesystem::current_path(dir / "work");
-  library->db().run("UPDATE photos SET folder = ? WHERE id = 2", {(dir / "shots").string()});
+  library.db().run("UPDATE photos SET folder = ? WHERE id = 2", {(dir / "shots").string()});
   Ids ids = listed({"--folder", "../work/./../shots/"});
   std::filesystem::current_path(previous);
   EXPECT_EQ(ids, (Ids{2}));
@@ -117,7 +71,7 @@ TEST_F(OrganizeCliTest, ListTextShowsOneLinePerPhoto) {
   run({"rate", "2", "3"});
   run({"flag", "2", "pick"});
   run({"label", "2", "green"});
-  Result r = run({"list", "IMG_2"});
+  test::CliResult r = run({"list", "IMG_2"});
   ASSERT_EQ(r.status, 0);
   EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1);
   for (const char* part : {"2  ", "IMG_2.jpg", "\u2605\u2605\u2605\u2606\u2606", "pick", "green"}) {
@@ -161,20 +115,19 @@ TEST_F(OrganizeCliTest, MalformedValuesExitTwoAndUnknownIdsExitOne) {
            {{"remove", "42", "--yes"}, 1},
            {{"remove", "1,42", "--yes"}, 1},
        }) {
-    Result r = run(c.args);
-    EXPECT_EQ(r.status, c.status) << c.args[0] << " " << c.args[1] << ": " << r.err;
-    EXPECT_EQ(r.err.rfind("error: ", 0), 0u) << r.err;
+    SCOPED_TRACE(c.args[0] + " " + c.args[1]);
+    test::expectError(run(c.args), c.status);
   }
   EXPECT_EQ(dump(), before);
   // The missing ids are named.
-  Result r = run({"rate", "1,8,2,9", "3"});
+  test::CliResult r = run({"rate", "1,8,2,9", "3"});
   EXPECT_NE(r.err.find("8, 9"), std::string::npos) << r.err;
 }
 
 TEST_F(OrganizeCliTest, KeywordsAreSplitNormalisedAndCounted) {
-  Result r = run({"keyword", "add", "1-3", "Sky,", "Blue", "Hour;", " sea ,SKY"});
+  test::CliResult r = run({"keyword", "add", "1-3", "Sky,", "Blue", "Hour;", " sea ,SKY"});
   ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(library->keywords(2), (std::vector<std::string>{"blue hour", "sea", "sky"}));
+  EXPECT_EQ(library.keywords(2), (std::vector<std::string>{"blue hour", "sea", "sky"}));
   ASSERT_EQ(run({"keyword", "remove", "1,2", "SEA"}).status, 0);
 
   r = run({"--json", "keywords"});
@@ -187,7 +140,7 @@ TEST_F(OrganizeCliTest, KeywordsAreSplitNormalisedAndCounted) {
 }
 
 TEST_F(OrganizeCliTest, CollectionsFromCreateToDelete) {
-  Result r = run({"--json", "collection", "create", "Trips", "1,2"});
+  test::CliResult r = run({"--json", "collection", "create", "Trips", "1,2"});
   ASSERT_EQ(r.status, 0) << r.err;
   Json made = r.json();
   std::int64_t id = made["id"];
@@ -211,12 +164,12 @@ TEST_F(OrganizeCliTest, CollectionsFromCreateToDelete) {
                                       {"id":)" +
                                   std::to_string(id + 1) + R"(,"name":"best","count":0}])"));
   ASSERT_EQ(run({"collection", "delete", std::to_string(id)}).status, 0);
-  EXPECT_EQ(library->collections().size(), 1u);
-  EXPECT_EQ(library->count(), 4);
+  EXPECT_EQ(library.collections().size(), 1u);
+  EXPECT_EQ(library.count(), 4);
 }
 
 TEST_F(OrganizeCliTest, FoldersListsRootsAndCounts) {
-  Result r = run({"--json", "folders"});
+  test::CliResult r = run({"--json", "folders"});
   ASSERT_EQ(r.status, 0);
   EXPECT_EQ(r.json(), Json::parse(R"({"importFolders":["/pics/trip","/pics/tripod"],
       "folders":[{"path":"/pics/trip","count":2},{"path":"/pics/trip/sub","count":1},
@@ -224,12 +177,12 @@ TEST_F(OrganizeCliTest, FoldersListsRootsAndCounts) {
 }
 
 TEST_F(OrganizeCliTest, RemoveNeedsYesOffTheTerminal) {
-  auto thumb = library->thumbFolder() / "2.jpg";
+  auto thumb = library.thumbFolder() / "2.jpg";
   test::writeFile(thumb, "jpeg");
-  Result r = run({"remove", "2"});
+  test::CliResult r = run({"remove", "2"});
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.err.find("--yes"), std::string::npos);
-  EXPECT_EQ(library->count(), 4);
+  EXPECT_EQ(library.count(), 4);
 
   r = run({"--json", "remove", "2,3", "-y"});
   ASSERT_EQ(r.status, 0) << r.err;

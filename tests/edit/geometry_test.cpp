@@ -27,6 +27,10 @@ void expectNear(const Rect& a, const Rect& b, double tolerance = 1e-9) {
   EXPECT_NEAR(a.height, b.height, tolerance);
 }
 
+void expectNear(const CropRect& a, const CropRect& b) {
+  expectNear(Rect{a.x, a.y, a.w, a.h}, Rect{b.x, b.y, b.w, b.h}, 1e-12);
+}
+
 // True when every corner of `r`, turned back about the frame's centre,
 // lies in the frame within half a pixel: computed here independently with
 // an Affine, not with the code under test.
@@ -70,11 +74,7 @@ TEST(CropRectTest, FullAndClamped) {
       {{2, -5, 0.25, 0.25}, {0.75, 0, 0.25, 0.25}},
   };
   for (const auto& [in, out] : cases) {
-    const CropRect c = in.clamped();
-    EXPECT_NEAR(c.x, out.x, 1e-12);
-    EXPECT_NEAR(c.y, out.y, 1e-12);
-    EXPECT_NEAR(c.w, out.w, 1e-12);
-    EXPECT_NEAR(c.h, out.h, 1e-12);
+    expectNear(in.clamped(), out);
   }
 }
 
@@ -131,11 +131,8 @@ TEST(CropAspectTest, CenteredCrops) {
       {"Original", {6000, 4000}, {0, 0, 1, 1}},
   };
   for (const auto& [name, frame, expected] : cases) {
-    const CropRect c = CropAspect::centered(name, frame);
-    EXPECT_NEAR(c.x, expected.x, 1e-12) << name;
-    EXPECT_NEAR(c.y, expected.y, 1e-12) << name;
-    EXPECT_NEAR(c.w, expected.w, 1e-12) << name;
-    EXPECT_NEAR(c.h, expected.h, 1e-12) << name;
+    SCOPED_TRACE(name);
+    expectNear(CropAspect::centered(name, frame), expected);
   }
 }
 

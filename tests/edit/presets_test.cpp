@@ -16,35 +16,20 @@ const BuiltInPreset& lookNamed(const std::string& name) {
 }
 
 TEST(BuiltInPresetsTest, EighteenLooksInPanelOrder) {
-  const std::pair<const char*, const char*> expected[] = {
-      {"Natural Boost", "Color"},
-      {"Grand Mesa Pop", "Color"},
-      {"Bookcliff Sunset", "Color"},
-      {"Colorado Blue Hour", "Color"},
-      {"Palisade Peach", "Portrait"},
-      {"Soft Skin Glow", "Portrait"},
-      {"Teal Canyon", "Cinematic"},
-      {"Monument Matte", "Film"},
-      {"Faded Postcard", "Film"},
-      {"Night Lights", "Night"},
-      {"High Country Clarity", "Landscape"},
-      {"High Key", "Light"},
-      {"Low Key Drama", "Light"},
-      {"Silver Gelatin B&W", "Black & White"},
-      {"Soft Gray B&W", "Black & White"},
-      {"Selenium Mesa", "Black & White"},
-      {"Desert Gold", "Color"},
-      {"Clean Product", "Studio"},
-  };
-  const auto& all = BuiltInPresets::all();
-  ASSERT_EQ(all.size(), std::size(expected));
-  for (std::size_t i = 0; i < all.size(); ++i) {
-    EXPECT_EQ(all[i].name, expected[i].first);
-    EXPECT_EQ(all[i].category, expected[i].second);
-    EXPECT_FALSE(all[i].note.empty());
+  std::string looks;
+  for (const BuiltInPreset& look : BuiltInPresets::all()) {
+    looks += look.name + " (" + look.category + "), ";
+    EXPECT_FALSE(look.note.empty()) << look.name;
   }
-  EXPECT_EQ(all.front().note, "A gentle all-round lift: a little contrast, vibrance and shadow detail.");
-  EXPECT_EQ(&BuiltInPresets::all(), &all);
+  EXPECT_EQ(
+      looks,
+      "Natural Boost (Color), Grand Mesa Pop (Color), Bookcliff Sunset (Color), Colorado Blue Hour (Color), "
+      "Palisade Peach (Portrait), Soft Skin Glow (Portrait), Teal Canyon (Cinematic), Monument Matte (Film), "
+      "Faded Postcard (Film), Night Lights (Night), High Country Clarity (Landscape), High Key (Light), "
+      "Low Key Drama (Light), Silver Gelatin B&W (Black & White), Soft Gray B&W (Black & White), "
+      "Selenium Mesa (Black & White), Desert Gold (Color), Clean Product (Studio), ");
+  EXPECT_EQ(BuiltInPresets::all().front().note,
+            "A gentle all-round lift: a little contrast, vibrance and shadow detail.");
 }
 
 TEST(BuiltInPresetsTest, LooksAreDistinctAndNeverTouchLocalGroups) {
@@ -73,22 +58,10 @@ TEST(BuiltInPresetsTest, LooksAreDistinctAndNeverTouchLocalGroups) {
   EXPECT_EQ(names.size(), all.size());
 }
 
-TEST(BuiltInPresetsTest, LooksCarryTheirListedValues) {
-  const EditSettings& pop = lookNamed("Grand Mesa Pop").settings;
-  EXPECT_EQ(pop.hsl[static_cast<std::size_t>(ColorBand::blue)], (HSLBand{-5, 20, -18}));
-  EXPECT_EQ(pop.sharpenAmount, 35);
-  const EditSettings& matte = lookNamed("Monument Matte").settings;
-  EXPECT_EQ(matte.curveRGB.points,
-            (std::vector<CurvePoint>{{0, 0.09}, {0.25, 0.26}, {0.75, 0.76}, {1, 0.93}}));
-  EXPECT_EQ(matte.gradeShadows.hue, 210);
-  const EditSettings& teal = lookNamed("Teal Canyon").settings;
-  EXPECT_EQ(teal.gradeShadows.hue, 190);
-  EXPECT_EQ(teal.gradeShadows.saturation, 35);
-  EXPECT_EQ(teal.gradeShadows.luminance, -4);
-  EXPECT_EQ(lookNamed("High Country Clarity").settings.sharpenRadius, 1.2);
-  EXPECT_EQ(lookNamed("Soft Skin Glow").settings.exposure, 0.15);
-  EXPECT_EQ(lookNamed("Night Lights").settings.sourceKey(), "35.0|40.0|true");
-  EXPECT_TRUE(lookNamed("Selenium Mesa").settings.blackAndWhite);
+TEST(BuiltInPresetsTest, LooksDoWhatTheirCategoryAndNoteSay) {
+  for (const BuiltInPreset& look : BuiltInPresets::all()) {
+    EXPECT_EQ(look.settings.blackAndWhite, look.category == "Black & White") << look.name;
+  }
   // The four looks whose notes call for colour-mixer work have it.
   for (const char* name : {"Bookcliff Sunset", "Soft Skin Glow", "Teal Canyon", "Desert Gold"}) {
     EXPECT_TRUE(lookNamed(name).groups().count(SettingsGroup::colorMixer)) << name;
@@ -102,27 +75,19 @@ TEST(ApplyPresetTest, ALookResetsTheOldLookAndKeepsTheCrop) {
   photo.rotateQuarterTurns = 1;
   photo.masks.push_back(PhotoMask(MaskKind::brush));
   const BuiltInPreset& boost = lookNamed("Natural Boost");
-  const EditSettings result = applyPreset(photo, boost.settings, boost.groups());
-  EXPECT_EQ(result.exposure, 0);
-  EXPECT_EQ(result.contrast, 12);
-  EXPECT_EQ(result.highlights, -10);
-  EXPECT_EQ(result.shadows, 15);
-  EXPECT_EQ(result.vibrance, 18);
-  EXPECT_EQ(result.crop, photo.crop);
-  EXPECT_EQ(result.rotateQuarterTurns, 1);
-  EXPECT_EQ(result.masks, photo.masks);  // untouched, ids included
+  EditSettings expected = boost.settings;
+  expected.crop = photo.crop;
+  expected.rotateQuarterTurns = 1;
+  expected.masks = photo.masks;  // untouched, ids included
+  EXPECT_EQ(applyPreset(photo, boost.settings, boost.groups()), expected);
 }
 
 TEST(ApplyPresetTest, ALaterLookTurnsBlackAndWhiteOffAgain) {
   const BuiltInPreset& silver = lookNamed("Silver Gelatin B&W");
   const BuiltInPreset& boost = lookNamed("Natural Boost");
   const EditSettings mono = applyPreset(EditSettings{}, silver.settings, silver.groups());
-  EXPECT_TRUE(mono.blackAndWhite);
-  EXPECT_EQ(mono.grainAmount, 12);
-  const EditSettings color = applyPreset(mono, boost.settings, boost.groups());
-  EXPECT_FALSE(color.blackAndWhite);
-  EXPECT_EQ(color.grainAmount, 0);
-  EXPECT_EQ(color, boost.settings);
+  EXPECT_EQ(mono, silver.settings);
+  EXPECT_EQ(applyPreset(mono, boost.settings, boost.groups()), boost.settings);
 }
 
 TEST(ApplyPresetTest, UserPresetsSetOnlyTheirGroups) {

@@ -119,24 +119,6 @@ TEST(ToneCurveTest, EvaluatorCases) {
   }
 }
 
-TEST(ToneCurveTest, TangentsFollowTheMonotonicityLimit) {
-  // Secants 0.1 then 1.9: the averaged middle tangent, 1.0, is ten times the
-  // first secant, so the limit scales the first segment's tangents down; the
-  // second segment then sees the reduced middle tangent.
-  const ToneCurve curve{{{0, 0}, {0.5, 0.05}, {1, 1}}};
-  const CurveEvaluator e = curve.evaluator();
-  // First segment: d = 0.1, a = 1, b = 10 → τ = 3 / √101; m0 = τ·0.1, m1 = τ·1.
-  const double tau = 3 / std::sqrt(101.0);
-  const double m0 = tau * 0.1, m1 = tau * 1.0;
-  auto hermite = [](double y0, double y1, double h, double m0, double m1, double t) {
-    return y0 * (2 * t * t * t - 3 * t * t + 1) + h * (t * t * t - 2 * t * t + t) * m0 +
-           y1 * (3 * t * t - 2 * t * t * t) + h * (t * t * t - t * t) * m1;
-  };
-  EXPECT_NEAR(e(0.25), hermite(0, 0.05, 0.5, m0, m1, 0.5), 1e-12);
-  // Second segment: d = 1.9, a = m1 / 1.9, b = 1.9 / 1.9 = 1: within the limit.
-  EXPECT_NEAR(e(0.75), hermite(0.05, 1, 0.5, m1, 1.9, 0.5), 1e-12);
-}
-
 TEST(ToneCurveTest, StepCurveStaysInRange) {
   const CurveEvaluator e = ToneCurve{{{0, 0}, {0.5, 0}, {0.51, 1}, {1, 1}}}.evaluator();
   for (int i = 0; i <= 10000; ++i) {

@@ -9,6 +9,7 @@
 #include <random>
 
 #include "engine/render/mask_renderer.h"
+#include "tests/support/errors.h"
 #include "tests/support/sample_photos.h"
 #include "tests/support/temp_dir.h"
 
@@ -97,15 +98,6 @@ std::vector<std::string> namesIn(const fs::path& dir) {
   for (const auto& entry : fs::directory_iterator(dir)) names.push_back(entry.path().filename().string());
   std::sort(names.begin(), names.end());
   return names;
-}
-
-std::string messageOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const MaskImageError& e) {
-    return e.what();
-  }
-  return "(no error)";
 }
 
 }  // namespace
@@ -214,8 +206,8 @@ class MaskPngBadFileTest : public testing::TestWithParam<BadFileCase> {};
 TEST_P(MaskPngBadFileTest, IsAClearError) {
   test::TempDir dir;
   test::writeFile(dir / "mask.png", GetParam().content());
-  EXPECT_NE(messageOf([&] { maskBitmapFromImageFile(dir / "mask.png"); }).find(GetParam().message),
-            std::string::npos);
+  EXPECT_TRUE(test::throwsWith<MaskImageError>([&] { maskBitmapFromImageFile(dir / "mask.png"); },
+                                               GetParam().message));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -280,9 +272,9 @@ TEST(MaskPngTest, AcceptsTheLargestSide) {
 
 TEST(MaskPngTest, MissingFileAndFolderAreErrors) {
   test::TempDir dir;
-  EXPECT_NE(messageOf([&] { maskBitmapFromImageFile(dir / "none.png"); }).find("cannot open"),
-            std::string::npos);
-  EXPECT_NE(messageOf([&] { maskBitmapFromImageFile(dir.path()); }).find("cannot read"), std::string::npos);
+  EXPECT_TRUE(
+      test::throwsWith<MaskImageError>([&] { maskBitmapFromImageFile(dir / "none.png"); }, "cannot open"));
+  EXPECT_TRUE(test::throwsWith<MaskImageError>([&] { maskBitmapFromImageFile(dir.path()); }, "cannot read"));
 }
 
 TEST(MaskPngTest, NeverReplacesAFileUnlessAsked) {
@@ -290,8 +282,8 @@ TEST(MaskPngTest, NeverReplacesAFileUnlessAsked) {
   test::writeFile(dir / "taken.png", "keep me");
   fs::create_symlink(dir / "nowhere", dir / "link.png");
   for (const char* name : {"taken.png", "link.png"})
-    EXPECT_NE(messageOf([&] { writeMaskPNG(MaskBitmap(4, 4, 1), dir / name); }).find("already exists"),
-              std::string::npos);
+    EXPECT_TRUE(test::throwsWith<MaskImageError>([&] { writeMaskPNG(MaskBitmap(4, 4, 1), dir / name); },
+                                                 "already exists"));
   EXPECT_EQ(test::readFile(dir / "taken.png"), "keep me");
 
   writeMaskPNG(MaskBitmap(4, 4, 1), dir / "taken.png", true);
@@ -301,21 +293,20 @@ TEST(MaskPngTest, NeverReplacesAFileUnlessAsked) {
 
 TEST(MaskPngTest, AFailedWriteLeavesNothing) {
   test::TempDir dir;
-  EXPECT_NE(messageOf([&] { writeMaskPNG(MaskBitmap(4, 4), dir / "no" / "such.png"); }).find("cannot write"),
-            std::string::npos);
-  EXPECT_NE(messageOf([&] { writeMaskPNG(MaskBitmap(), dir / "empty.png"); }).find("empty"),
-            std::string::npos);
+  EXPECT_TRUE(test::throwsWith<MaskImageError>(
+      [&] { writeMaskPNG(MaskBitmap(4, 4), dir / "no" / "such.png"); }, "cannot write"));
+  EXPECT_TRUE(
+      test::throwsWith<MaskImageError>([&] { writeMaskPNG(MaskBitmap(), dir / "empty.png"); }, "empty"));
   MaskBitmap shortBytes(4, 4);
   shortBytes.bytes.pop_back();
-  EXPECT_NE(messageOf([&] { writeMaskPNG(shortBytes, dir / "short.png"); }).find("do not match"),
-            std::string::npos);
+  EXPECT_TRUE(
+      test::throwsWith<MaskImageError>([&] { writeMaskPNG(shortBytes, dir / "short.png"); }, "do not match"));
   EXPECT_TRUE(namesIn(dir.path()).empty());
   if (::geteuid() != 0) {  // permissions do not bind root
     fs::create_directory(dir / "locked");
     fs::permissions(dir / "locked", fs::perms::owner_read | fs::perms::owner_exec);
-    EXPECT_NE(
-        messageOf([&] { writeMaskPNG(MaskBitmap(4, 4), dir / "locked" / "m.png"); }).find("cannot write"),
-        std::string::npos);
+    EXPECT_TRUE(test::throwsWith<MaskImageError>(
+        [&] { writeMaskPNG(MaskBitmap(4, 4), dir / "locked" / "m.png"); }, "cannot write"));
     fs::permissions(dir / "locked", fs::perms::owner_all);
     EXPECT_TRUE(namesIn(dir / "locked").empty());
   }
@@ -350,7 +341,7 @@ TEST(MaskExportTest, RefusesMasksWithoutABitmap) {
                {PhotoMask(MaskKind::linear), "gradient masks have no bitmap"},
                {PhotoMask(MaskKind::radial), "gradient masks have no bitmap"}};
   for (const auto& c : cases)
-    EXPECT_NE(messageOf([&] { maskBitmapForExport(c.mask, 100, 100); }).find(c.message), std::string::npos)
+    EXPECT_TRUE(test::throwsWith<MaskImageError>([&] { maskBitmapForExport(c.mask, 100, 100); }, c.message))
         << key(c.mask.kind);
   EXPECT_EQ(storedBitmapSize(*damaged.maskPNG), (std::pair{9, 9}));  // header only: the payload is not read
   EXPECT_FALSE(storedBitmapSize(Bytes{'K', 'V', 'M', 'X', 9, 0, 0, 0, 9, 0, 0, 0, 1}));
@@ -382,6 +373,6 @@ TEST(MaskLookupTest, FindsByIdIndexOrUniquePrefix) {
                                                          {"9", "no mask \"9\""},
                                                          {"123456789012", "no mask"}};
   for (const auto& [reference, message] : refused)
-    EXPECT_NE(messageOf([&] { findMask(masks, reference); }).find(message), std::string::npos) << reference;
-  EXPECT_NE(messageOf([&] { findMask({}, "0"); }).find("has no masks"), std::string::npos);
+    EXPECT_TRUE(test::throwsWith<MaskImageError>([&] { findMask(masks, reference); }, message)) << reference;
+  EXPECT_TRUE(test::throwsWith<MaskImageError>([&] { findMask({}, "0"); }, "has no masks"));
 }

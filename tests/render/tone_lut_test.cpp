@@ -11,6 +11,7 @@
 
 #include "engine/render/tone_kernel.h"
 #include "tests/render/reference_tone.h"
+#include "tests/support/tone_settings.h"
 
 using namespace lumivale;
 
@@ -56,25 +57,6 @@ EditSettings randomSettings(std::mt19937& rng) {
     s.gradeBalance = value();
   }
   s.blackAndWhite = unit(rng) < 0.15;
-  return s;
-}
-
-// Every stage on, black and white excepted.
-EditSettings everyStage() {
-  EditSettings s;
-  s.temperature = 18, s.tint = -7;
-  s.whites = 12, s.blacks = -9, s.highlights = -35, s.shadows = 28, s.contrast = 24;
-  s.curveRGB.points = {{0, 0.03}, {0.25, 0.22}, {0.5, 0.53}, {0.75, 0.8}, {1, 0.97}};
-  s.curveRed.points = {{0, 0}, {0.3, 0.27}, {0.7, 0.74}, {1, 1}};
-  s.curveGreen.points = {{0, 0.02}, {0.5, 0.52}, {1, 0.98}};
-  s.curveBlue.points = {{0, 0.05}, {0.3, 0.25}, {0.7, 0.75}, {1, 0.95}};
-  s.hsl = {{10, -20, 5},  {-15, 10, 8}, {20, 15, -5},  {-30, 25, 10},
-           {12, -10, -8}, {25, 20, 5},  {-18, 12, -6}, {8, -5, 4}};
-  s.vibrance = 25, s.saturation = 10;
-  s.gradeShadows = {210, 20, -5};
-  s.gradeMidtones = {40, 10, 3};
-  s.gradeHighlights = {55, 15, 4};
-  s.gradeBlending = 60, s.gradeBalance = -10;
   return s;
 }
 
@@ -249,9 +231,11 @@ TEST(ToneLUTMapTest, MatchesThePlainReferenceOverRandomSettingsAndColours) {
   RecordProperty("worstMapError", scientific(worst));
 }
 
+// The default parameters among the sets: in the display domain the cube is
+// the identity, in the scene domain it clips above display white.
 TEST(ToneLUTCubeTest, MatchesTheReferenceAtEveryGridPoint) {
   std::mt19937 rng(99);
-  std::vector<ToneParams> sets{ToneParams(), ToneParams(everyStage())};
+  std::vector<ToneParams> sets{ToneParams(), ToneParams(test::everyToneStage())};
   for (int i = 0; i < 12; ++i) sets.emplace_back(randomSettings(rng));
   MaskAdjust mask;
   mask.exposure = 0.7, mask.contrast = 30, mask.saturation = -40, mask.temperature = -25;
@@ -290,39 +274,8 @@ TEST(ToneLUTCubeTest, MatchesTheReferenceAtEveryGridPoint) {
   RecordProperty("worstStoredError", scientific(worstStored));
 }
 
-TEST(ToneLUTCubeTest, DefaultDisplayCubeIsTheIdentityRedFastest) {
-  const int n = ToneLUT::dimension;
-  std::vector<float> cube = ToneLUT::cube(ToneParams(), LUTDomain::display, n);
-  for (int b = 0; b < n; b += 4) {
-    for (int g = 0; g < n; g += 3) {
-      for (int r = 0; r < n; ++r) {
-        const std::size_t e = ((std::size_t(b) * n + g) * n + r) * 4;
-        EXPECT_NEAR(cube[e], double(r) / (n - 1), 1e-6);
-        EXPECT_NEAR(cube[e + 1], double(g) / (n - 1), 1e-6);
-        EXPECT_NEAR(cube[e + 2], double(b) / (n - 1), 1e-6);
-      }
-    }
-  }
-}
-
-TEST(ToneLUTCubeTest, SceneCubeClipsAboveDisplayWhite) {
-  const int n = ToneLUT::dimension;
-  EXPECT_EQ(ToneLUT::decode(1, LUTDomain::scene), 4.0);
-  std::vector<float> cube = ToneLUT::cube(ToneParams(), LUTDomain::scene, n);
-  EXPECT_EQ(cube[cube.size() - 4], 1.0f);
-  EXPECT_EQ(cube[cube.size() - 3], 1.0f);
-  EXPECT_EQ(cube[cube.size() - 2], 1.0f);
-  // Grid coordinate 0.25^(1/2.2) is linear 1 in the scene domain: white.
-  // Every grid value above linear 1 is clipped to 1 as well.
-  for (int r = 0; r < n; ++r) {
-    if (ToneLUT::decode(double(r) / (n - 1), LUTDomain::scene) >= 1) {
-      EXPECT_EQ(cube[r * 4], 1.0f) << r;
-    }
-  }
-}
-
 TEST(ToneLUTCubeTest, ParallelFillEqualsASerialOne) {
-  for (const ToneParams& p : {ToneParams(), ToneParams(everyStage())}) {
+  for (const ToneParams& p : {ToneParams(), ToneParams(test::everyToneStage())}) {
     const int n = ToneLUT::dimension;
     std::vector<float> parallel = ToneLUT::cube(p, LUTDomain::scene, n);
     std::vector<float> serial(parallel.size(), -1.0f);
@@ -345,7 +298,7 @@ TEST(ToneLUTCubeTest, HostileSettingsStillGiveAFiniteUnitCube) {
   const int n = 9;
   std::vector<std::pair<std::string, EditSettings>> cases;
   auto add = [&](std::string what, auto change) {
-    EditSettings s = everyStage();
+    EditSettings s = test::everyToneStage();
     change(s);
     cases.emplace_back(std::move(what), s);
   };

@@ -1,14 +1,16 @@
 #pragma once
 // Runs lumivale-cli in-process for the CLI tests.
 
+#include <gtest/gtest.h>
+
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
 #include "cli/cli.h"
+#include "tests/support/library.h"
 
 namespace lumivale::test {
 
@@ -30,5 +32,27 @@ inline CliResult runCliOn(const std::filesystem::path& library, std::vector<std:
   args.insert(args.begin(), {"--library", library.string()});
   return runCli(args);
 }
+
+/// A failed run: exit `status`, nothing on stdout and one line on stderr,
+/// "error: ..." containing `message`.
+inline void expectError(const CliResult& r, int status, const std::string& message = "") {
+  EXPECT_EQ(r.status, status) << r.err;
+  EXPECT_EQ(r.out, "");
+  EXPECT_EQ(r.err.rfind("error: ", 0), 0u) << r.err;
+  EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << r.err;
+  EXPECT_NE(r.err.find(message), std::string::npos) << r.err;
+}
+
+/// A fresh library and the command line run on it.
+class CliLibraryTest : public LibraryTest {
+ protected:
+  CliResult run(std::vector<std::string> args) { return runCliOn(folder, std::move(args)); }
+  /// A run that must succeed.
+  CliResult ok(std::vector<std::string> args) {
+    CliResult r = run(args);
+    EXPECT_EQ(r.status, 0) << args[0] << ": " << r.err;
+    return r;
+  }
+};
 
 }  // namespace lumivale::test

@@ -181,12 +181,6 @@ void writeDng(const std::filesystem::path& file, const SampleDng& dng) {
     TIFFSetField(tif, TIFFTAG_CFAPATTERN, 4, pattern);
     uint32_t white = 4095;
     if (dng.dngTags) TIFFSetField(tif, TIFFTAG_WHITELEVEL, 1, &white);
-    if (dng.dngTags && dng.cropWidth > 0 && dng.cropHeight > 0) {
-      float origin[2] = {float(dng.cropLeft), float(dng.cropTop)};
-      float size[2] = {float(dng.cropWidth), float(dng.cropHeight)};
-      TIFFSetField(tif, TIFFTAG_DEFAULTCROPORIGIN, origin);
-      TIFFSetField(tif, TIFFTAG_DEFAULTCROPSIZE, size);
-    }
     std::vector<uint16_t> pixels(std::size_t(dng.width) * dng.height);
     for (int y = 0; y < dng.height; ++y) {
       for (int x = 0; x < dng.width; ++x) pixels[std::size_t(y) * dng.width + x] = uint16_t(256 + 8 * (x + y));

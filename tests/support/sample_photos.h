@@ -51,8 +51,6 @@ struct SampleDng {
   /// A JPEG preview of this size in IFD0 (the raw then in a SubIFD); none when 0.
   int previewWidth = 0;
   int previewHeight = 0;
-  /// DefaultCropOrigin / DefaultCropSize; not written when the size is 0.
-  int cropLeft = 0, cropTop = 0, cropWidth = 0, cropHeight = 0;
   /// False leaves out DNGVersion and the DNG colour tags: a plain TIFF-based
   /// raw file as some makers write it.
   bool dngTags = true;

@@ -1,0 +1,39 @@
+#pragma once
+// Helpers the command groups share: joining texts, counting photos, reading
+// positional arguments, and checking photo ids before anything is written.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "cli/cli.h"
+#include "engine/catalog/photo_record.h"
+
+namespace lumivale::cli {
+
+using Ids = std::vector<std::int64_t>;
+
+/// `parts` with `separator` between them.
+std::string joined(const std::vector<std::string>& parts, const std::string& separator);
+/// "`n` `one`" or "`n` `many`".
+std::string plural(std::size_t n, const std::string& one, const std::string& many);
+/// "1 photo", "3 photos".
+std::string photoCount(std::size_t n);
+
+/// A usage error "expected: `usage`" unless there are `count` positional arguments.
+void requireCount(const Arguments& args, std::size_t count, const std::string& usage);
+/// The positional arguments from `index` on, joined with blanks, so that
+/// unquoted words on the command line read as one text.
+std::string textFrom(const Arguments& args, std::size_t index);
+/// `name`, or the usage error "`what` needs a name" when it is blank.
+std::string requireName(const std::string& name, const std::string& what);
+/// A catalog row id (1 or more); errors call it `what`.
+std::int64_t parseRowId(const std::string& text, const std::string& what);
+
+/// Fails when an id is not in the catalog, naming the first ten missing ids;
+/// a `writing` command adds that nothing was changed.
+void requirePhotos(PhotoLibrary& library, const Ids& ids, bool writing = true);
+/// The photo's record, or the error "there is no photo with id `id`".
+PhotoRecord existingPhoto(PhotoLibrary& library, std::int64_t id);
+
+}  // namespace lumivale::cli

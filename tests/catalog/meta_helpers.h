@@ -1,0 +1,25 @@
+#pragma once
+// Helpers of the metadata tests: the real photos under tests/data, and the
+// info panel's rows by label.
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/catalog/photo_meta.h"
+
+namespace lumivale::test {
+
+inline std::string realPhoto(const std::string& name) {
+  return std::string(LUMIVALE_TEST_DATA) + "/photos/" + name;
+}
+
+/// The value of the row labelled `label`, or nothing.
+inline std::optional<std::string> valueOf(const std::vector<DetailRow>& rows, const std::string& label) {
+  for (const DetailRow& row : rows) {
+    if (row.label == label) return row.value;
+  }
+  return std::nullopt;
+}
+
+}  // namespace lumivale::test

@@ -1,0 +1,50 @@
+#pragma once
+// Catalog helpers for the catalog and CLI tests: a fresh library in a
+// temporary folder, photo rows inserted directly with SQL, dumps of rows for
+// before/after comparisons, and a process killed inside a write transaction.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "engine/catalog/photo_library.h"
+#include "tests/support/temp_dir.h"
+
+namespace lumivale::test {
+
+using Ids = std::vector<std::int64_t>;
+/// Further columns of a photo row, by name.
+using Columns = std::vector<std::pair<std::string, SQLValue>>;
+
+/// Inserts a photo row with `path`, its folder and file name and the given
+/// `columns`; the import date is 0 unless given. Returns the new id.
+std::int64_t insertPhoto(PhotoLibrary& library, const std::string& path, const Columns& columns = {});
+
+/// The rows of each query as text, every value with its kind (blobs by size
+/// and hash): equal dumps mean equal rows.
+std::string dumpRows(PhotoLibrary& library, const std::vector<std::string>& queries);
+
+/// Runs `work` in a child process on its own connection to the library in
+/// `folder`, waits until the child's write transaction holds the database,
+/// lets it run on for a moment and kills it. The library must not be open in
+/// this process. Fails the test when the work ended before the kill.
+void killInsideTransaction(const std::filesystem::path& folder,
+                           const std::function<void(PhotoLibrary&)>& work);
+
+/// A fresh library in the folder `folder`.
+class LibraryTest : public ::testing::Test {
+ protected:
+  TempDir dir;
+  std::filesystem::path folder = dir / "lib";
+  PhotoLibrary library{folder};
+
+  std::int64_t addPhoto(const std::string& path, const Columns& columns = {}) {
+    return insertPhoto(library, path, columns);
+  }
+};
+
+}  // namespace lumivale::test

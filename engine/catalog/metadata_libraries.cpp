@@ -37,6 +37,16 @@ void initMetadataLibraries() {
     // from programs that never touched vips before.
     vips_init("lumivale");
     g_log_set_handler("VIPS", G_LOG_LEVEL_WARNING, ignoreWarning, nullptr);
+    // Photos are JPEG, PNG, TIFF or HEIF; anything else is not a photo of
+    // ours. Left open, vips would hand an unknown file to its general-purpose
+    // loaders (ImageMagick among them), which read text, vector and document
+    // formats as images, call out to other programs and are not safe to run
+    // on many threads at once.
+    vips_operation_block_set("VipsForeignLoad", TRUE);
+    for (const char* trusted : {"VipsForeignLoadJpeg", "VipsForeignLoadPng", "VipsForeignLoadTiff",
+                                "VipsForeignLoadHeif"}) {
+      vips_operation_block_set(trusted, FALSE);
+    }
   });
 }
 

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <cstring>
+#include <string>
+#include <utility>
 
 #include <exiv2/exiv2.hpp>
 #include <vips/vips.h>
@@ -53,24 +55,24 @@ int bitsOf(VipsBandFormat format) {
 // vips_image_new_from_file: that path keeps recent loads in vips' operation
 // cache, which would hold files open during a large import and hand back a
 // stale header for a file that changed since.
-// The loader a file's extension promises, when the file's first bytes agree;
-// else the loader vips finds by asking every loader in turn, which costs
-// more than the whole header read of a JPEG.
+// The loader for a file's content: first the one its extension promises,
+// then the other formats of ours, each recognised by the file's first bytes.
+// vips_foreign_find_load is never used: it asks every loader vips has, and
+// some of them (ImageMagick's) start up a whole library to answer, read
+// text and document files as images, and are not safe on many threads.
 const char* loaderFor(const std::filesystem::path& file) {
-  std::string ext = PhotoFormats::extension(file);
-  const char* expected = nullptr;
-  if (ext == "jpg" || ext == "jpeg") {
-    expected = "jpegload";
-  } else if (ext == "png") {
-    expected = "pngload";
-  } else if (ext == "tif" || ext == "tiff") {
-    expected = "tiffload";
-  } else if (ext == "heic" || ext == "heif") {
-    expected = "heifload";
+  static constexpr std::pair<const char*, const char*> loaders[] = {
+      {"jpg", "jpegload"}, {"jpeg", "jpegload"}, {"png", "pngload"},
+      {"tif", "tiffload"}, {"tiff", "tiffload"}, {"heic", "heifload"}, {"heif", "heifload"}};
+  const std::string ext = PhotoFormats::extension(file);
+  for (const auto& [extension, loader] : loaders) {
+    if (ext == extension && vips_foreign_is_a(loader, file.c_str())) return loader;
   }
-  if (expected && vips_foreign_is_a(expected, file.c_str())) return expected;
+  for (const char* loader : {"jpegload", "pngload", "tiffload", "heifload"}) {
+    if (vips_foreign_is_a(loader, file.c_str())) return loader;
+  }
   vips_error_clear();
-  return vips_foreign_find_load(file.c_str());
+  return nullptr;
 }
 
 std::optional<DecoderHeader> readDecoderHeader(const std::filesystem::path& file) {

@@ -65,67 +65,50 @@ TEST(LibraryQueryTest, FiltersBecomeConditionsInTheirOrderWithTheirParameters) {
 }
 
 TEST(LibraryQueryTest, TokensSplitAtUnicodeSpacesAndGroupByQuotes) {
-  const std::pair<const char*, Words> cases[] = {
-      {"", {}},
-      {"   \t\n ", {}},
-      {"  sky   sea ", {"sky", "sea"}},
-      {"camera:\"EOS R5\" sky", {"camera:EOS R5", "sky"}},
-      {"\"new york\"", {"new york"}},
-      {"a\"b c\"d e", {"ab cd", "e"}},
-      {"sky \"open ended", {"sky", "open ended"}},  // an unbalanced quote groups to the end
-      {"\"", {}},
-      {"\"\"", {}},
-      {"\" \"", {" "}},
-      {"x\"\"y", {"xy"}},
-      // Other characters, and bytes that are not UTF-8, stay in their token.
-      {"caf\u00e9\u00a0na\u00efve\u3000\u65e5\u672c", {"caf\u00e9", "na\u00efve", "\u65e5\u672c"}},
-      {"a\xff\xfe b", {"a\xff\xfe", "b"}}};
-  for (const auto& [text, tokens] : cases) EXPECT_EQ(LibraryQuery::tokens(text), tokens) << text;
+  // An unbalanced quote groups to the end; other characters, and bytes that
+  // are not UTF-8, stay in their token.
+  using T = std::pair<const char*, Words>;
+  for (const auto& [text, tokens] :
+       {T{"", {}}, T{"   \t\n ", {}}, T{"  sky   sea ", {"sky", "sea"}},
+        T{"camera:\"EOS R5\" sky", {"camera:EOS R5", "sky"}}, T{"\"new york\"", {"new york"}},
+        T{"a\"b c\"d e", {"ab cd", "e"}}, T{"sky \"open ended", {"sky", "open ended"}}, T{"\"", {}},
+        T{"\"\"", {}}, T{"\" \"", {" "}}, T{"x\"\"y", {"xy"}}, T{"a\xff\xfe b", {"a\xff\xfe", "b"}},
+        T{"caf\u00e9\u00a0na\u00efve\u3000\u65e5\u672c", {"caf\u00e9", "na\u00efve", "\u65e5\u672c"}}})
+    EXPECT_EQ(LibraryQuery::tokens(text), tokens) << text;
 }
 
 TEST(LibraryQueryTest, SearchTokensBuildTheirConditions) {
-  const std::tuple<const char*, std::string, Params> cases[] = {
-      {"rating:>=4 flag:pick", "rating >= ? AND flag = 1", {4}},
-      {"sunset", anyField, anyParams("sunset")},
-      {"stars:2", "rating = ?", {2}},
-      {"RATING:<=2", "rating <= ?", {2}},
-      {"rating:>3", "rating > ?", {3}},
-      {"rating:=0", "rating = ?", {0}},
-      {"iso:<800", "iso < ?", {800}},
-      {"iso:+6400", "iso = ?", {6400}},
-      {"iso:>=-1", "iso >= ?", {-1}},
-      // Not a whole number: the comparison is left out rather than failing.
-      {"rating:>=abc", "", {}},
-      {"rating:>=", "", {}},
-      {"iso:4.5", "", {}},
-      {"iso:99999999999999999999", "", {}},
-      {"rating:=>3 sky", anyField, anyParams("sky")},
-      {"rating:>=abc iso:>100", "iso > ?", {100}},
-      // A key without a value, or no key at all, is a plain word.
-      {"iso:", anyField, anyParams("iso:")},
-      {":", anyField, anyParams(":")},
-      {"::", anyField, anyParams("::")},
-      {":sky", anyField, anyParams(":sky")},
-      {"when:today", anyField, anyParams("when:today")},
-      {"flag:picked", "flag = 1", {}},
-      {"flag:rejects", "flag = -1", {}},
-      {"flag:none", "flag = 0", {}},
-      {"label:red", "label = ?", {"red"}},
-      {"color:blue", "label = ?", {"blue"}},
-      {"camera:\"EOS R5\"", "camera LIKE ?", {"%EOS R5%"}},
-      {"lens:50mm", "lens LIKE ?", {"%50mm%"}},
-      {"file:IMG_1", "name LIKE ?", {"%IMG_1%"}},
-      {"name:a:b", "name LIKE ?", {"%a:b%"}},
-      {"kw:Sky", "id IN (SELECT photo FROM keywords WHERE word LIKE ?)", {"%sky%"}},
-      {"tag:\u00c9T\u00c9", "id IN (SELECT photo FROM keywords WHERE word LIKE ?)", {"%\u00e9t\u00e9%"}},
-      {"type:raw", "raw = 1", {}},
-      {"type:HEIC", "(raw = 0 AND ext LIKE ?)", {"%heic%"}},
-      {"edited:Yes edited:1 edited:no", "edited = 1 AND edited = 1 AND edited = 0", {}}};
-  for (const auto& [text, sql, params] : cases) {
+  using S = std::tuple<const char*, std::string, Params>;
+  const auto check = [](const S& c) {
+    const auto& [text, sql, params] = c;
     EXPECT_EQ(LibraryQuery{.text = text}.whereClause(),
               (WhereClause{sql.empty() ? "" : " WHERE " + sql, params}))
         << text;
-  }
+  };
+  const std::string keyword = "id IN (SELECT photo FROM keywords WHERE word LIKE ?)";
+  for (const S& c :
+       {S{"rating:>=4 flag:pick", "rating >= ? AND flag = 1", {4}}, S{"stars:2", "rating = ?", {2}},
+        S{"RATING:<=2", "rating <= ?", {2}}, S{"rating:>3", "rating > ?", {3}},
+        S{"rating:=0", "rating = ?", {0}}, S{"iso:<800", "iso < ?", {800}}, S{"iso:+6400", "iso = ?", {6400}},
+        S{"iso:>=-1", "iso >= ?", {-1}}, S{"rating:=>3 sky", anyField, anyParams("sky")},
+        S{"rating:>=abc iso:>100", "iso > ?", {100}}, S{"flag:picked", "flag = 1", {}},
+        S{"flag:rejects", "flag = -1", {}}, S{"flag:none", "flag = 0", {}},
+        S{"label:red", "label = ?", {"red"}}, S{"color:blue", "label = ?", {"blue"}}})
+    check(c);
+  for (const S& c :
+       {S{"camera:\"EOS R5\"", "camera LIKE ?", {"%EOS R5%"}}, S{"lens:50mm", "lens LIKE ?", {"%50mm%"}},
+        S{"file:IMG_1", "name LIKE ?", {"%IMG_1%"}}, S{"name:a:b", "name LIKE ?", {"%a:b%"}},
+        S{"kw:Sky", keyword, {"%sky%"}}, S{"tag:\u00c9T\u00c9", keyword, {"%\u00e9t\u00e9%"}},
+        S{"type:raw", "raw = 1", {}}, S{"type:HEIC", "(raw = 0 AND ext LIKE ?)", {"%heic%"}},
+        S{"edited:Yes edited:1 edited:no", "edited = 1 AND edited = 1 AND edited = 0", {}}})
+    check(c);
+  // Not a whole number: the comparison is left out rather than failing.
+  for (const char* text : {"rating:>=abc", "rating:>=", "iso:4.5", "iso:99999999999999999999"})
+    check({text, "", {}});
+  // A key without a value, or no key at all, is a plain word.
+  for (const char* text : {"sunset", "iso:", ":", "::", ":sky", "when:today"})
+    check({text, anyField, anyParams(text)});
+
   // SQL typed into the search field only ever becomes parameters: five
   // tokens, five fixed conditions joined with AND.
   std::string sql = " WHERE ";

@@ -129,35 +129,22 @@ TEST(PhotoMetaFromImageTest, TakesEachFactFromItsProperty) {
 
 TEST(ImageDetailsTest, ListsEveryRowInOrderWithItsFormat) {
   ImageProperties p;
-  p.pixelWidth = 6000, p.pixelHeight = 4000, p.depth = 8, p.profileName = "sRGB IEC61966-2.1",
-  p.make = "Canon";
-  p.model = "Canon EOS R5", p.copyright = "Ada", p.artist = "Ada L.", p.software = "Firmware 1.8";
+  p.pixelWidth = 6000, p.pixelHeight = 4000, p.depth = 8, p.profileName = "sRGB IEC61966-2.1";
+  p.make = "Canon", p.model = "Canon EOS R5", p.copyright = "Ada", p.artist = "Ada L.",
+  p.software = "Firmware 1.8";
   p.lensModel = "RF24-70mm F2.8 L IS USM", p.dateTimeOriginal = "2023:06:01 12:34:56",
   p.exposureTime = 0.0125;
-  p.fNumber = 2.8, p.focalLength = 34.5, p.focalLength35 = 52, p.exposureBias = -1.0 / 3, p.iso = 100,
-  p.flash = 16;
-  p.whiteBalance = 1, p.meteringMode = 5, p.latitude = 37.7749, p.longitude = 122.4194, p.latitudeRef = "N";
-  p.longitudeRef = "W";
-  EXPECT_EQ(detailRowsFrom(p), (Rows{{"Camera make", "Canon"},
-                                     {"Camera model", "Canon EOS R5"},
-                                     {"Lens", "RF24-70mm F2.8 L IS USM"},
-                                     {"Taken", "2023:06:01 12:34:56"},
-                                     {"Shutter speed", "1/80 s"},
-                                     {"Aperture", "f/2.8"},
-                                     {"ISO", "100"},
-                                     {"Focal length", "35 mm"},  // nearest, halves away from zero
-                                     {"35 mm equivalent", "52 mm"},
-                                     {"Exposure compensation", "-0.3 EV"},
-                                     {"Flash", "Did not fire"},
-                                     {"White balance", "Manual"},
-                                     {"Metering", "5"},
-                                     {"Pixel size", "6000 \u00d7 4000"},
-                                     {"Color profile", "sRGB IEC61966-2.1"},
-                                     {"Bit depth", "8"},
-                                     {"Copyright", "Ada"},
-                                     {"Artist", "Ada L."},
-                                     {"Software", "Firmware 1.8"},
-                                     {"GPS", "37.77490\u00b0 N, 122.41940\u00b0 W"}}));
+  p.fNumber = 2.8, p.focalLength = 34.5, p.focalLength35 = 52, p.exposureBias = -1.0 / 3, p.iso = 100;
+  p.flash = 16, p.whiteBalance = 1, p.meteringMode = 5, p.latitude = 37.7749, p.longitude = 122.4194;
+  p.latitudeRef = "N", p.longitudeRef = "W";
+  // The focal length to the nearest millimetre, halves away from zero.
+  EXPECT_EQ(test::joined(detailRowsFrom(p)),
+            "Camera make: Canon; Camera model: Canon EOS R5; Lens: RF24-70mm F2.8 L IS USM; "
+            "Taken: 2023:06:01 12:34:56; Shutter speed: 1/80 s; Aperture: f/2.8; ISO: 100; "
+            "Focal length: 35 mm; 35 mm equivalent: 52 mm; Exposure compensation: -0.3 EV; "
+            "Flash: Did not fire; White balance: Manual; Metering: 5; Pixel size: 6000 \u00d7 4000; "
+            "Color profile: sRGB IEC61966-2.1; Bit depth: 8; Copyright: Ada; Artist: Ada L.; "
+            "Software: Firmware 1.8; GPS: 37.77490\u00b0 N, 122.41940\u00b0 W");
   // Empty and missing values leave their rows out.
   EXPECT_EQ(labels(detailRowsFrom({.make = "", .model = "X100V", .software = ""})), Labels{"Camera model"});
   EXPECT_TRUE(detailRowsFrom(ImageProperties{}).empty());
@@ -198,22 +185,16 @@ TEST(RawDetailsTest, ListsTheContainerFactsAndMakesTheMetaByTheSameRules) {
   info.iso = 100;
   info.exposure = 1.0 / 250, info.fNumber = 1.8, info.focal = 50, info.dateOriginal = "2023:06:01 12:34:56";
   info.width = 6048, info.height = 4024;
-  EXPECT_EQ(detailRowsFrom(info, "nef"), (Rows{{"Camera make", "NIKON CORPORATION"},
-                                               {"Camera model", "NIKON Z 6"},
-                                               {"Lens", "NIKKOR Z 50mm f/1.8 S"},
-                                               {"Taken", "2023:06:01 12:34:56"},
-                                               {"Shutter speed", "1/250 s"},
-                                               {"Aperture", "f/1.8"},
-                                               {"ISO", "100"},
-                                               {"Focal length", "50 mm"},
-                                               {"Sensor size", "6048 \u00d7 4024"},
-                                               {"File type", "RAW (NEF)"}}));
+  EXPECT_EQ(
+      test::joined(detailRowsFrom(info, "nef")),
+      "Camera make: NIKON CORPORATION; Camera model: NIKON Z 6; Lens: NIKKOR Z 50mm f/1.8 S; "
+      "Taken: 2023:06:01 12:34:56; Shutter speed: 1/250 s; Aperture: f/1.8; ISO: 100; Focal length: 50 mm; "
+      "Sensor size: 6048 \u00d7 4024; File type: RAW (NEF)");
   {
     TimeZone utc("UTC0");
     PhotoMeta expected;
-    expected.width = 6048, expected.height = 4024, expected.capture = 1685622896.0,
-    expected.camera = "NIKON Z 6";
-    expected.lens = info.lens, expected.iso = 100, expected.shutter = 1.0 / 250, expected.aperture = 1.8;
+    expected.width = 6048, expected.height = 4024, expected.capture = 1685622896.0, expected.lens = info.lens;
+    expected.camera = "NIKON Z 6", expected.iso = 100, expected.shutter = 1.0 / 250, expected.aperture = 1.8;
     expected.focal = 50;
     EXPECT_EQ(photoMetaFrom(info), expected);
     info.make = "FUJIFILM", info.model = "X-T4";

@@ -161,25 +161,14 @@ TEST(PhotoMetaTest, MatchesExiftoolOnRealCameraFiles) {
 
 TEST(PhotoMetaTest, DetailsOfARealPhotoFollowTheTable) {
   auto rows = PhotoMeta::details(test::realPhoto("npm-node-iptc-test2.jpeg"));
-  EXPECT_EQ(rows, (std::vector<DetailRow>{{"Camera make", "NIKON CORPORATION"},
-                                          {"Camera model", "NIKON D800"},
-                                          {"Lens", "50.0 mm f/1.8"},
-                                          {"Taken", "2014:01:01 17:13:12"},
-                                          {"Shutter speed", "13.0 s"},
-                                          {"Aperture", "f/9.0"},
-                                          {"ISO", "125"},
-                                          {"Focal length", "50 mm"},
-                                          {"35 mm equivalent", "50 mm"},
-                                          {"Exposure compensation", "+0.0 EV"},
-                                          {"Flash", "Did not fire"},
-                                          {"White balance", "Auto"},
-                                          {"Metering", "5"},
-                                          {"Pixel size", "100 \u00d7 188"},
-                                          {"Color profile", "sRGB IEC61966-2.1"},
-                                          {"Bit depth", "8"},
-                                          {"Copyright", "Norbert Nagel / Wikimedia Commons"},
-                                          {"Artist", "Norbert Nagel"},
-                                          {"GPS", "50.10924\u00b0 N, 8.65296\u00b0 E"}}));
+  EXPECT_EQ(test::joined(rows),
+            "Camera make: NIKON CORPORATION; Camera model: NIKON D800; Lens: 50.0 mm f/1.8; "
+            "Taken: 2014:01:01 17:13:12; Shutter speed: 13.0 s; Aperture: f/9.0; ISO: 125; "
+            "Focal length: 50 mm; 35 mm equivalent: 50 mm; Exposure compensation: +0.0 EV; "
+            "Flash: Did not fire; White balance: Auto; Metering: 5; Pixel size: 100 \u00d7 188; "
+            "Color profile: sRGB IEC61966-2.1; Bit depth: 8; "
+            "Copyright: Norbert Nagel / Wikimedia Commons; Artist: Norbert Nagel; "
+            "GPS: 50.10924\u00b0 N, 8.65296\u00b0 E");
 }
 
 TEST(PhotoMetaTest, GivesNothingForUnreadableFiles) {

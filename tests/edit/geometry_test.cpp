@@ -77,26 +77,16 @@ TEST(CropRectTest, FullAndClamped) {
 
 TEST(CropAspectTest, RatiosFollowTheFrameAndCentredCropsUseThem) {
   const Size landscape{6000, 4000}, portrait{4000, 6000}, square{3000, 3000};
-  const std::tuple<std::string, Size, std::optional<double>> cases[] = {{"Free", landscape, std::nullopt},
-                                                                        {"Original", {3000, 2000}, 1.5},
-                                                                        {"Original", portrait, 4000.0 / 6000},
-                                                                        {"Original", {300, 0}, 300},
-                                                                        {"1 : 1", portrait, 1},
-                                                                        {"16 : 9", portrait, 0.5625},
-                                                                        {"16 : 9", landscape, 16.0 / 9},
-                                                                        {"2 : 3", landscape, 1.5},
-                                                                        {"3 : 2 (wide)", landscape, 1.5},
-                                                                        {"2 : 3", portrait, 2.0 / 3},
-                                                                        {"3 : 2 (wide)", portrait, 2.0 / 3},
-                                                                        {"4 : 5", square, 1.25},
-                                                                        {"16 : 10", portrait, 0.625},
-                                                                        {"7", landscape, std::nullopt},
-                                                                        {"5 : 0", landscape, std::nullopt},
-                                                                        {"", landscape, std::nullopt},
-                                                                        {"abc", landscape, std::nullopt},
-                                                                        {"x3y4z", portrait, 0.75},
-                                                                        {"0 : 4", portrait, 0}};
-  for (const auto& [name, frame, ratio] : cases) {
+  using A = std::tuple<const char*, Size, std::optional<double>>;
+  const auto none = std::nullopt;
+  for (const auto& [name, frame, ratio] :
+       {A{"Free", landscape, none}, A{"Original", {3000, 2000}, 1.5}, A{"Original", portrait, 4000.0 / 6000},
+        A{"Original", {300, 0}, 300}, A{"1 : 1", portrait, 1}, A{"16 : 9", portrait, 0.5625},
+        A{"16 : 9", landscape, 16.0 / 9}, A{"2 : 3", landscape, 1.5}, A{"3 : 2 (wide)", landscape, 1.5},
+        A{"2 : 3", portrait, 2.0 / 3}, A{"3 : 2 (wide)", portrait, 2.0 / 3}, A{"4 : 5", square, 1.25},
+        A{"16 : 10", portrait, 0.625}, A{"7", landscape, none}, A{"5 : 0", landscape, none},
+        A{"", landscape, none}, A{"abc", landscape, none}, A{"x3y4z", portrait, 0.75},
+        A{"0 : 4", portrait, 0}}) {
     const auto r = CropAspect::ratio(name, frame);
     EXPECT_TRUE(r.has_value() == ratio.has_value() && (!r || std::abs(*r - *ratio) <= 1e-12)) << name;
   }

@@ -66,10 +66,7 @@ TEST(EditSettingsTest, RoundTripIsExactAndTheStoredFormCanonical) {
   EXPECT_EQ(j["masks"][0]["name"], rich.masks[0].name);
   // Only smart masks carry a bitmap, and an absent one has no key at all.
   EXPECT_FALSE(j["masks"][0].contains("maskPNG"));
-  EXPECT_EQ(j["masks"][0].size(), 16u);
   EXPECT_EQ(j["masks"][3].value("maskPNG", "").substr(0, 12), "AwoRGB8mLTQ7");  // bytes 3, 10, 17 ...
-  EXPECT_EQ(j["masks"][3]["dabs"][0].size(), 6u);
-  EXPECT_EQ(j["masks"][3]["adjust"].size(), 8u);
 }
 
 TEST(EditSettingsTest, NonFiniteValuesGiveNoBlob) {
@@ -305,16 +302,6 @@ TEST(EditSettingsBadInputTest, HugeBlobsDecodeWithoutTrouble) {
   curve += "]}}";
   EXPECT_EQ(EditSettings::decode(curve).curveRGB.points.size(), 1'000'000u);
   EXPECT_TRUE(EditSettings::decode(std::string_view(curve).substr(0, curve.size() - 3)).isDefault());
-}
-
-TEST(EditSettingsBadInputTest, MalformedTextInStringsIsReplacedNotFatal) {
-  const EditSettings s = EditSettings::decode("{\"cropAspect\":\"16 \xff: 9\",\"tint\":1}");
-  EXPECT_EQ(s.cropAspect, "16 \xEF\xBF\xBD: 9");
-  EXPECT_EQ(s.tint, 1);
-  const auto blob = EditSettings{.cropAspect = "\xc3("}.encoded();
-  ASSERT_TRUE(blob.has_value());
-  EXPECT_NO_THROW(json::parse(*blob));
-  EXPECT_EQ(EditSettings::decode(blob).cropAspect, "\xEF\xBF\xBD(");
 }
 
 }  // namespace

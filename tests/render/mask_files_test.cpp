@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <unistd.h>
-#include <vips/vips.h>
 
 #include <mutex>
 #include <random>
+#include <vips/vips8>
 
 #include "engine/render/mask_renderer.h"
 #include "tests/support/errors.h"
@@ -39,40 +39,35 @@ struct PngLayout {
 void writeTestPng(const fs::path& file, int w, int h, const std::vector<int>& samples, PngLayout layout) {
   startVips();
   const bool wide = layout.bitdepth == 16;
-  std::vector<std::uint16_t> wideData(samples.begin(), samples.end());
-  Bytes narrowData(samples.begin(), samples.end());
-  VipsImage* image = wide ? vips_image_new_from_memory_copy(wideData.data(), wideData.size() * 2, w, h,
-                                                            layout.bands, VIPS_FORMAT_USHORT)
-                          : vips_image_new_from_memory_copy(narrowData.data(), narrowData.size(), w, h,
-                                                            layout.bands, VIPS_FORMAT_UCHAR);
-  ASSERT_NE(image, nullptr);
+  const std::vector<std::uint16_t> wideData(samples.begin(), samples.end());
+  const Bytes narrowData(samples.begin(), samples.end());
+  vips::VImage image =
+      wide ? vips::VImage::new_from_memory(const_cast<std::uint16_t*>(wideData.data()), wideData.size() * 2,
+                                           w, h, layout.bands, VIPS_FORMAT_USHORT)
+           : vips::VImage::new_from_memory(const_cast<std::uint8_t*>(narrowData.data()), narrowData.size(), w,
+                                           h, layout.bands, VIPS_FORMAT_UCHAR);
   const VipsInterpretation kind = layout.bands < 3
                                       ? (wide ? VIPS_INTERPRETATION_GREY16 : VIPS_INTERPRETATION_B_W)
                                       : (wide ? VIPS_INTERPRETATION_RGB16 : VIPS_INTERPRETATION_sRGB);
-  VipsImage* tagged = nullptr;
-  ASSERT_EQ(vips_copy(image, &tagged, "interpretation", kind, nullptr), 0);
-  const int failed =
-      vips_pngsave(tagged, file.c_str(), "bitdepth", layout.bitdepth, "interlace", layout.interlace,
-                   "palette", layout.palette, "dither", 0.0, "Q", 100, nullptr);
-  g_object_unref(tagged);
-  g_object_unref(image);
-  ASSERT_EQ(failed, 0) << vips_error_buffer();
+  image.copy(vips::VImage::option()->set("interpretation", kind))
+      .pngsave(file.c_str(), vips::VImage::option()
+                                 ->set("bitdepth", layout.bitdepth)
+                                 ->set("interlace", layout.interlace)
+                                 ->set("palette", layout.palette)
+                                 ->set("dither", 0.0)
+                                 ->set("Q", 100));
 }
 
 // The samples of a file as libvips decodes it to one 8-bit band; nothing
 // when it is anything else.
 std::optional<Bytes> greyBytesWithVips(const fs::path& file) {
   startVips();
-  VipsImage* image = vips_image_new_from_file(file.c_str(), nullptr);
-  if (!image) return std::nullopt;
-  std::optional<Bytes> bytes;
+  const vips::VImage image = vips::VImage::new_from_file(file.c_str());
+  if (image.bands() != 1 || image.format() != VIPS_FORMAT_UCHAR) return std::nullopt;
   std::size_t size = 0;
-  void* memory = vips_image_get_bands(image) == 1 && vips_image_get_format(image) == VIPS_FORMAT_UCHAR
-                     ? vips_image_write_to_memory(image, &size)
-                     : nullptr;
-  if (memory) bytes.emplace(static_cast<std::uint8_t*>(memory), static_cast<std::uint8_t*>(memory) + size);
+  void* memory = image.write_to_memory(&size);
+  const Bytes bytes(static_cast<std::uint8_t*>(memory), static_cast<std::uint8_t*>(memory) + size);
   g_free(memory);
-  g_object_unref(image);
   return bytes;
 }
 

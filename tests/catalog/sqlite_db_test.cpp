@@ -111,12 +111,10 @@ TEST_F(SQLiteDBTest, ReadsAreTolerantAndStreamedRowsMatchQueriedOnes) {
   // The streamed row object is reused, so a column that changes type from
   // one row to the next must still read as the new value, never as a mix.
   db.exec("CREATE TABLE s(id INTEGER PRIMARY KEY, v, w)");
-  db.run("INSERT INTO s(v, w) VALUES('a long text that does not fit in place', 1)");
-  db.run("INSERT INTO s(v, w) VALUES(7, 'x')");
-  db.run("INSERT INTO s(v, w) VALUES('short', ?)", {Blob{1, 2, 3}});
-  db.run("INSERT INTO s(v, w) VALUES('', ?)", {Blob{}});
-  db.run("INSERT INTO s(v, w) VALUES(NULL, 2.5)");
-  db.run("INSERT INTO s(v, w) VALUES(?, NULL)", {Blob{9}});
+  db.exec(
+      "INSERT INTO s(v, w) VALUES('a long text that does not fit in place', 1), (7, 'x'), ('short', "
+      "X'010203'), "
+      "('', X''), (NULL, 2.5), (X'09', NULL)");
   const std::string sql = "SELECT id, v, w FROM s WHERE id >= ? ORDER BY id";
   const auto rows = streamed(sql, {1});
   EXPECT_EQ(rows, db.query(sql, {1}));

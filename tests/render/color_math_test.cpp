@@ -22,7 +22,8 @@ void expectRGB(const RGB& got, const RGB& want, double tolerance = 1e-12) {
 }
 
 // Each scaled value against what it should be.
-void expectScaled(std::initializer_list<std::pair<double, double>> values) {
+using S = std::pair<double, double>;
+void expectScaled(std::initializer_list<S> values) {
   for (const auto& [got, want] : values) EXPECT_DOUBLE_EQ(got, want);
 }
 
@@ -138,20 +139,13 @@ TEST(ToneParamsTest, ScalesSlidersCopiesWheelsAndLeavesNeutralStagesOut) {
   EditSettings s;
   s.temperature = 30, s.tint = -20, s.exposure = 2;  // exposure is not part of the tone parameters
   s.contrast = 40, s.highlights = -60, s.shadows = 25, s.whites = 10, s.blacks = -5, s.vibrance = 70;
-  s.saturation = -30, s.gradeShadows = {200, 40, -10}, s.gradeMidtones = {30, 5, 2},
-  s.gradeHighlights = {410, 15, 0};
-  s.gradeBlending = 80, s.gradeBalance = -40, s.blackAndWhite = true;
+  s.saturation = -30, s.gradeShadows = {200, 40, -10}, s.gradeMidtones = {30, 5, 2};
+  s.gradeHighlights = {410, 15, 0}, s.gradeBlending = 80, s.gradeBalance = -40, s.blackAndWhite = true;
   const ToneParams p(s);
   expectRGB(p.gain, ToneParams::whiteBalanceGain(30, -20), 0);
-  expectScaled({{p.contrast, 0.4},
-                {p.highlights, -0.6},
-                {p.shadows, 0.25},
-                {p.whites, 0.1},
-                {p.blacks, -0.05},
-                {p.vibrance, 0.7},
-                {p.saturation, -0.3},
-                {p.gradeBlending, 0.8},
-                {p.gradeBalance, -0.4}});
+  expectScaled({S(p.contrast, 0.4), S(p.highlights, -0.6), S(p.shadows, 0.25), S(p.whites, 0.1),
+                S(p.blacks, -0.05), S(p.vibrance, 0.7), S(p.saturation, -0.3), S(p.gradeBlending, 0.8),
+                S(p.gradeBalance, -0.4)});
   EXPECT_EQ(std::tuple(p.gradeS, p.gradeM, p.gradeH),
             std::tuple(s.gradeShadows, s.gradeMidtones, s.gradeHighlights));
   EXPECT_TRUE(p.blackAndWhite);
@@ -184,7 +178,7 @@ TEST(ToneParamsTest, MaskFoldsExposureIntoGain) {
   const RGB wb = ToneParams::whiteBalanceGain(40, 10);
   const double e = std::pow(2, -0.5);
   expectRGB(p.gain, {e * wb.r, e * wb.g, e * wb.b}, 1e-15);
-  expectScaled({{p.contrast, 0.2}, {p.highlights, -0.3}, {p.shadows, 0.15}, {p.saturation, 0.5}});
+  expectScaled({S(p.contrast, 0.2), S(p.highlights, -0.3), S(p.shadows, 0.15), S(p.saturation, 0.5)});
   EXPECT_EQ(std::tuple(p.whites, p.blacks, p.vibrance, p.gradeBlending, p.blackAndWhite),
             std::tuple(0, 0, 0, 0.5, false));
 }

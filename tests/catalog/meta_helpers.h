@@ -22,4 +22,11 @@ inline std::optional<std::string> valueOf(const std::vector<DetailRow>& rows, co
   return std::nullopt;
 }
 
+/// The rows as "label: value" joined with "; ", to compare whole lists.
+inline std::string joined(const std::vector<DetailRow>& rows) {
+  std::string text;
+  for (const DetailRow& row : rows) text += (text.empty() ? "" : "; ") + row.label + ": " + row.value;
+  return text;
+}
+
 }  // namespace lumivale::test

@@ -5,15 +5,14 @@
 #include "tests/support/cli_run.h"
 
 using namespace lumivale;
+using test::Args;
 
 namespace {
 
 MaskBitmap pattern(int width, int height) {
   MaskBitmap bitmap(width, height, 0);
-  for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width; ++x)
-      bitmap.bytes[y * width + x] = static_cast<std::uint8_t>((x * 7 + y * 13) % 256);
-  }
+  for (int i = 0; i < width * height; ++i)
+    bitmap.bytes[i] = static_cast<std::uint8_t>((i % width * 7 + i / width * 13) % 256);
   return bitmap;
 }
 
@@ -27,10 +26,9 @@ TEST_F(MaskCliTest, ImportedMaskSurvivesExportAndReimportBitForBit) {
   const MaskBitmap original = pattern(257, 93);
   writeMaskPNG(original, dir / "in.png");
 
-  auto r =
-      run({"--json", "mask", "import", "1", (dir / "in.png").string(), "--kind", "sky", "--name", "Sky!"});
-  ASSERT_EQ(r.status, 0) << r.err;
-  const std::string id = r.json()["mask"]["id"];
+  const std::string id =
+      ok({"--json", "mask", "import", "1", (dir / "in.png").string(), "--kind", "sky", "--name", "Sky!"})
+          .json()["mask"]["id"];
   const auto& masks = library.settings(1).masks;
   ASSERT_EQ(masks.size(), 1u);
   EXPECT_EQ(masks[0].kind, MaskKind::sky);
@@ -39,41 +37,33 @@ TEST_F(MaskCliTest, ImportedMaskSurvivesExportAndReimportBitForBit) {
   EXPECT_EQ(library.history(1).steps.back().name, "Import Mask");
 
   // Out through a file, back in as a second mask, out again: the same bytes.
-  ASSERT_EQ(run({"mask", "export", "1", id.substr(0, 8), "-o", (dir / "a.png").string()}).status, 0);
-  ASSERT_EQ(run({"mask", "import", "1", (dir / "a.png").string()}).status, 0);
-  ASSERT_EQ(run({"mask", "export", "1", "1", "-o", (dir / "b.png").string()}).status, 0);
+  ok({"mask", "export", "1", id.substr(0, 8), "-o", (dir / "a.png").string()});
+  ok({"mask", "import", "1", (dir / "a.png").string()});
+  ok({"mask", "export", "1", "1", "-o", (dir / "b.png").string()});
   EXPECT_EQ(maskBitmapFromImageFile(dir / "a.png"), original);
   EXPECT_EQ(test::readFile(dir / "a.png"), test::readFile(dir / "b.png"));
   EXPECT_EQ(library.settings(1).masks[1].kind, MaskKind::subject);
 
-  auto list = run({"--json", "mask", "list", "1"}).json();
+  const auto list = ok({"--json", "mask", "list", "1"}).json();
   ASSERT_EQ(list["masks"].size(), 2u);
   EXPECT_EQ(list["masks"][0]["bitmap"]["width"], 257);
   EXPECT_EQ(list["masks"][0]["bitmap"]["height"], 93);
+
+  // Deleting records a step; undo brings the mask back.
+  ok({"mask", "delete", "1", "0"});
+  EXPECT_EQ(library.settings(1).masks.size(), 1u);
+  EXPECT_EQ(library.history(1).steps.back().name, "Delete Mask");
+  ok({"undo", "1"});
+  EXPECT_EQ(library.settings(1).masks.size(), 2u);
 }
 
 TEST_F(MaskCliTest, BrushMaskExportsItsPaintingAtTheDisplayAspect) {
-  EditSettings settings = library.settings(1);
   PhotoMask brush(MaskKind::brush);
   brush.dabs.push_back(BrushDab{0.5, 0.5, 0.1, 0.5, 1.0, false});
-  settings.masks.push_back(brush);
-  library.saveSettings(1, settings, std::string("Brush"));
-
-  ASSERT_EQ(run({"mask", "export", "1", "0", "-o", (dir / "brush.png").string()}).status, 0);
-  MaskBitmap painted = maskBitmapFromImageFile(dir / "brush.png");
-  EXPECT_EQ(painted.width, 1024);
-  EXPECT_EQ(painted.height, 682);  // 1024 / 1.5, truncated
-  EXPECT_EQ(painted, MaskRenderer::paint(brush.dabs, 1024, 682));
-}
-
-TEST_F(MaskCliTest, DeleteRecordsAStepAndUndoBringsTheMaskBack) {
-  writeMaskPNG(pattern(10, 10), dir / "m.png");
-  ASSERT_EQ(run({"mask", "import", "1", (dir / "m.png").string()}).status, 0);
-  ASSERT_EQ(run({"mask", "delete", "1", "0"}).status, 0);
-  EXPECT_TRUE(library.settings(1).masks.empty());
-  EXPECT_EQ(library.history(1).steps.back().name, "Delete Mask");
-  ASSERT_EQ(run({"undo", "1"}).status, 0);
-  EXPECT_EQ(library.settings(1).masks.size(), 1u);
+  library.saveSettings(1, EditSettings{.masks = {brush}}, std::string("Brush"));
+  ok({"mask", "export", "1", "0", "-o", (dir / "brush.png").string()});
+  // 1024 × 682: 1024 / 1.5, truncated.
+  EXPECT_EQ(maskBitmapFromImageFile(dir / "brush.png"), MaskRenderer::paint(brush.dabs, 1024, 682));
 }
 
 TEST_F(MaskCliTest, BadInputIsAClearErrorAndChangesNothing) {
@@ -83,33 +73,21 @@ TEST_F(MaskCliTest, BadInputIsAClearErrorAndChangesNothing) {
   test::writeFile(dir / "taken.png", "keep");
   const auto before = library.db().query("SELECT edits, histPos FROM photos");
 
-  struct Case {
-    std::vector<std::string> args;
-    int status;
-  };
-  const Case cases[] = {
-      {{"mask", "import", "1", (dir / "text.png").string()}, 1},
-      {{"mask", "import", "1", (dir / "empty.png").string()}, 1},
-      {{"mask", "import", "1", (dir / "missing.png").string()}, 1},
-      {{"mask", "import", "9", (dir / "good.png").string()}, 1},
-      {{"mask", "import", "1", (dir / "good.png").string(), "--kind", "brush"}, 2},
-      {{"mask", "export", "1", "0", "-o", (dir / "x.png").string()}, 1},  // no masks yet
-      {{"mask", "export", "1", "0"}, 2},
-      {{"mask", "delete", "1", "nope"}, 1},
-      {{"mask", "frobnicate", "1"}, 2},
-      {{"mask"}, 2},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.args.back());
-    test::expectError(run(c.args), c.status);
-  }
+  const auto path = [&](const char* name) { return (dir / name).string(); };
+  expectRefused(
+      1, {Args{"mask", "import", "1", path("text.png")}, Args{"mask", "import", "1", path("empty.png")},
+          Args{"mask", "import", "1", path("missing.png")}, Args{"mask", "import", "9", path("good.png")},
+          Args{"mask", "export", "1", "0", "-o", path("x.png")},  // no masks yet
+          Args{"mask", "delete", "1", "nope"}});
+  expectRefused(2, {Args{"mask", "import", "1", path("good.png"), "--kind", "brush"},
+                    Args{"mask", "export", "1", "0"}, Args{"mask", "frobnicate", "1"}, Args{"mask"}});
   EXPECT_EQ(library.db().query("SELECT edits, histPos FROM photos"), before);
 
   // An existing file is only replaced when asked.
-  ASSERT_EQ(run({"mask", "import", "1", (dir / "good.png").string()}).status, 0);
-  EXPECT_EQ(run({"mask", "export", "1", "0", "-o", (dir / "taken.png").string()}).status, 1);
+  ok({"mask", "import", "1", path("good.png")});
+  test::expectError(run({"mask", "export", "1", "0", "-o", path("taken.png")}), 1, "already exists");
   EXPECT_EQ(test::readFile(dir / "taken.png"), "keep");
-  EXPECT_EQ(run({"mask", "export", "1", "0", "-o", (dir / "taken.png").string(), "--force"}).status, 0);
+  ok({"mask", "export", "1", "0", "-o", path("taken.png"), "--force"});
   EXPECT_EQ(maskBitmapFromImageFile(dir / "taken.png"), pattern(4, 4));
 }
 

@@ -33,30 +33,18 @@ std::string mutate(std::string blob, std::mt19937_64& random) {
   const int steps = 1 + static_cast<int>(random() % 4);
   for (int step = 0; step < steps; ++step) {
     const std::size_t at = blob.empty() ? 0 : random() % blob.size();
-    switch (random() % 7) {
-      case 0:  // replace a byte
-        if (!blob.empty()) blob[at] = static_cast<char>(random());
-        break;
-      case 1:  // flip a bit
-        if (!blob.empty()) blob[at] = static_cast<char>(blob[at] ^ (1 << (random() % 8)));
-        break;
-      case 2:  // truncate
-        blob.resize(at);
-        break;
-      case 3:  // insert random bytes
-        blob.insert(at, std::string(1 + random() % 4, static_cast<char>(random())));
-        break;
-      case 4:  // insert a token
-        blob.insert(at, fragments[random() % std::size(fragments)]);
-        break;
-      case 5:  // delete a slice
-        blob.erase(at, random() % 16);
-        break;
-      case 6: {  // duplicate a slice elsewhere
-        const std::string slice = blob.substr(at, random() % 64);
-        blob.insert(blob.empty() ? 0 : random() % blob.size(), slice);
-        break;
-      }
+    const std::size_t kind = random() % 7;
+    if (kind == 0 && !blob.empty()) blob[at] = static_cast<char>(random());  // replace a byte
+    if (kind == 1 && !blob.empty())
+      blob[at] = static_cast<char>(blob[at] ^ (1 << (random() % 8)));  // flip a bit
+    if (kind == 2) blob.resize(at);                                    // truncate
+    if (kind == 3)
+      blob.insert(at, std::string(1 + random() % 4, static_cast<char>(random())));  // insert bytes
+    if (kind == 4) blob.insert(at, fragments[random() % std::size(fragments)]);     // insert a token
+    if (kind == 5) blob.erase(at, random() % 16);                                   // delete a slice
+    if (kind == 6) {  // duplicate a slice elsewhere
+      const std::string slice = blob.substr(at, random() % 64);
+      blob.insert(blob.empty() ? 0 : random() % blob.size(), slice);
     }
   }
   return blob;

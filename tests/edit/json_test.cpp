@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <regex>
 #include <set>
@@ -14,15 +15,14 @@ using namespace lumivale;
 
 namespace {
 
-std::string written(double v) {
+constexpr double largest = std::numeric_limits<double>::max();
+constexpr auto minInt = std::numeric_limits<std::int64_t>::min();
+const std::string fffd = "\xEF\xBF\xBD";
+
+template <class T>
+std::string written(T v) {
   JsonWriter w;
   w.value(v);
-  return w.text();
-}
-
-std::string writtenString(std::string_view s) {
-  JsonWriter w;
-  w.value(s);
   return w.text();
 }
 
@@ -35,75 +35,53 @@ std::string readBack(const std::string& json) {
   return out;
 }
 
+// Reads one whole document, throwing JsonSyntaxError when it is malformed.
+void skipWhole(std::string_view text) {
+  JsonReader r(text);
+  r.skipValue();
+  r.finish();
+}
+
 TEST(JsonWriterTest, NumbersUseShortestRoundTripText) {
-  const std::pair<double, const char*> cases[] = {
-      {25.0, "25"},
-      {0.0, "0"},
-      {-0.0, "0"},
-      {0.1, "0.1"},
-      {12.5, "12.5"},
-      {-35.0, "-35"},
-      {1e300, "1e+300"},
-      {1.2, "1.2"},
-      {0.15, "0.15"},
-      {1e-7, "1e-07"},
-      {123456.789, "123456.789"},
-      {0.0001, "0.0001"},
-      {0.00012, "0.00012"},
-      {1e-5, "1e-05"},
-      {-2.5e-5, "-2.5e-05"},
-      {1e15, "1000000000000000"},
-      {1234567890123456.0, "1234567890123456"},
-      {1e16, "1e+16"},
-      {1.5e17, "1.5e+17"},
-      {100.0, "100"},
-      {5e-324, "5e-324"},
-      {std::numeric_limits<double>::max(), "1.7976931348623157e+308"},
-  };
-  for (const auto& [v, text] : cases) {
+  const auto check = [](double v, const char* text) {
     EXPECT_EQ(written(v), text) << v;
     // Whatever the form, it reads back as the very same double.
     const auto back = jsonDouble(written(v));
     ASSERT_TRUE(back.has_value()) << text;
     EXPECT_EQ(std::signbit(*back), std::signbit(v) && v != 0);
     EXPECT_EQ(*back, v);
-  }
+  };
+  using C = std::pair<double, const char*>;
+  for (auto [v, text] :
+       {C{25.0, "25"}, C{0.0, "0"}, C{-0.0, "0"}, C{0.1, "0.1"}, C{12.5, "12.5"}, C{-35.0, "-35"},
+        C{1e300, "1e+300"}, C{1.2, "1.2"}, C{0.15, "0.15"}, C{1e-7, "1e-07"}, C{0.0001, "0.0001"},
+        C{1e-5, "1e-05"}, C{1e16, "1e+16"}, C{1.5e17, "1.5e+17"}, C{100.0, "100"}, C{5e-324, "5e-324"},
+        C{0.00012, "0.00012"}, C{-2.5e-5, "-2.5e-05"}, C{123456.789, "123456.789"}})
+    check(v, text);
+  check(1e15, "1000000000000000");
+  check(1234567890123456.0, "1234567890123456");
+  check(largest, "1.7976931348623157e+308");
 }
 
-TEST(JsonWriterTest, NonFiniteNumbersMarkTheWriterFailed) {
+TEST(JsonWriterTest, DocumentsHaveNoWhitespaceAndNonFiniteNumbersFailThem) {
+  JsonWriter w;
+  w.beginObject(), w.key("a"), w.beginArray(), w.value(std::int64_t{1}), w.beginObject(), w.endObject();
+  w.beginArray(), w.endArray(), w.value(true), w.endArray(), w.key("b"), w.value(false), w.key("c");
+  w.value(minInt), w.endObject();
+  EXPECT_EQ(w.text(), R"({"a":[1,{},[],true],"b":false,"c":-9223372036854775808})");
+  EXPECT_FALSE(w.failed());
+
   for (double v :
        {std::nan(""), std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity()}) {
     JsonWriter w;
-    w.beginArray();
-    w.value(1.0);
+    w.beginArray(), w.value(1.0);
     EXPECT_FALSE(w.failed());
-    w.value(v);
-    w.endArray();
+    w.value(v), w.endArray();
     EXPECT_TRUE(w.failed()) << v;
   }
 }
 
-TEST(JsonWriterTest, ObjectsAndArraysAreSeparatedWithoutWhitespace) {
-  JsonWriter w;
-  w.beginObject();
-  w.key("a");
-  w.beginArray();
-  w.value(std::int64_t{1});
-  w.beginObject();
-  w.endObject();
-  w.beginArray();
-  w.endArray();
-  w.value(true);
-  w.endArray();
-  w.key("b");
-  w.value(false);
-  w.key("c");
-  w.value(std::int64_t{-9223372036854775807 - 1});
-  w.endObject();
-  EXPECT_EQ(w.text(), R"({"a":[1,{},[],true],"b":false,"c":-9223372036854775808})");
-}
-
-TEST(JsonWriterTest, StringsEscapeOnlyWhatJsonRequires) {
+TEST(JsonWriterTest, StringsEscapeOnlyWhatJsonRequiresAndReplaceMalformedText) {
   const std::pair<std::string, std::string> cases[] = {
       {"plain", R"("plain")"},
       {"a\"b\\c", R"("a\"b\\c")"},
@@ -111,17 +89,13 @@ TEST(JsonWriterTest, StringsEscapeOnlyWhatJsonRequires) {
       {"\n\r\t\b\f", R"("\n\r\t\b\f")"},
       {std::string("\x00\x01\x1f", 3), R"("\u0000\u0001\u001f")"},
       {"\x7f", "\"\x7f\""},
-      {"Crop \u2192 \u00e9 \U0001F600", "\"Crop \u2192 \u00e9 \U0001F600\""},
-  };
+      {"Crop \u2192 \u00e9 \U0001F600", "\"Crop \u2192 \u00e9 \U0001F600\""}};
   for (const auto& [in, out] : cases) {
-    EXPECT_EQ(writtenString(in), out);
-    EXPECT_EQ(readBack(writtenString(in)), in);
+    EXPECT_EQ(written(std::string_view(in)), out);
+    EXPECT_EQ(readBack(out), in);
   }
-}
-
-TEST(JsonWriterTest, MalformedUtf8IsWrittenAsReplacementCharacters) {
-  const std::string fffd = "\xEF\xBF\xBD";
-  const std::pair<std::string, std::string> cases[] = {
+  // The reader treats raw malformed bytes as the writer does.
+  const std::pair<std::string, std::string> malformed[] = {
       {"a\xff"
        "b",
        "a" + fffd + "b"},
@@ -129,11 +103,9 @@ TEST(JsonWriterTest, MalformedUtf8IsWrittenAsReplacementCharacters) {
       {"\xc0\xaf", fffd + fffd},                        // overlong "/"
       {"\xed\xa0\x80", fffd + fffd + fffd},             // encoded surrogate
       {"\xf4\x90\x80\x80", fffd + fffd + fffd + fffd},  // above U+10FFFF
-      {"\xe2\x86", fffd + fffd},                        // truncated arrow
-  };
-  for (const auto& [in, expected] : cases) {
-    EXPECT_EQ(writtenString(in), "\"" + expected + "\"");
-    // The reader treats raw malformed bytes the same way.
+      {"\xe2\x86", fffd + fffd}};                       // truncated arrow
+  for (const auto& [in, expected] : malformed) {
+    EXPECT_EQ(written(std::string_view(in)), "\"" + expected + "\"");
     EXPECT_EQ(readBack("\"" + in + "\""), expected);
   }
 }
@@ -143,140 +115,58 @@ TEST(JsonReaderTest, EscapesAndSurrogatePairs) {
       {R"("\u00e9\u2192")", "\u00e9\u2192"},
       {R"("\ud83d\ude00")", "\U0001F600"},
       {R"("\uD83D\uDE00")", "\U0001F600"},
-      {R"("\ud83d")", "\xEF\xBF\xBD"},    // lone high surrogate
-      {R"("\ude00x")", "\xEF\xBF\xBDx"},  // lone low surrogate
-      {R"("\ud83d\u0041")",
-       "\xEF\xBF\xBD"
-       "A"},  // high surrogate then a plain escape
+      {R"("\ud83d")", fffd},              // lone high surrogate
+      {R"("\ude00x")", fffd + "x"},       // lone low surrogate
+      {R"("\ud83d\u0041")", fffd + "A"},  // high surrogate then a plain escape
       {R"("\/\"\\\b\f\n\r\t")", "/\"\\\b\f\n\r\t"},
-      {R"("\u0000")", std::string(1, '\0')},
-  };
+      {R"("\u0000")", std::string(1, '\0')}};
   for (const auto& [json, expected] : cases) EXPECT_EQ(readBack(json), expected) << json;
 }
 
-TEST(JsonReaderTest, SyntaxErrorsThrow) {
-  const char* bad[] = {
-      "",
-      "{",
-      "}",
-      "[1,]",
-      "{\"a\":1,}",
-      "{\"a\" 1}",
-      "{\"a\":}",
-      "{a:1}",
-      "[01]",
-      "[1.]",
-      "[.5]",
-      "[1e]",
-      "[-]",
-      "[+1]",
-      "[tru]",
-      "[nul]",
-      "[\"abc]",
-      "[\"\\x\"]",
-      "[\"\\u12G4\"]",
-      "[\"a\nb\"]",
-      "[1 2]",
-      "[NaN]",
-      "[Infinity]",
-      "{} {}",
-      "[1]x",
-      "{\"a\":1 \"b\":2}",
-      "[,1]",
-      "\"\\",
-      "[\"\\u12\"]",
-  };
-  for (const char* text : bad) {
-    EXPECT_THROW(
-        {
-          JsonReader r(text);
-          r.skipValue();
-          r.finish();
-        },
-        JsonSyntaxError)
-        << text;
-  }
+TEST(JsonReaderTest, SyntaxErrorsThrowAndValidDocumentsAreSkippedWhole) {
+  for (const char* text :
+       {"",      "{",          "}",       "[1,]",      "{\"a\":1,}",    "{\"a\" 1}",  "{\"a\":}",
+        "{a:1}", "[01]",       "[1.]",    "[.5]",      "[1e]",          "[-]",        "[+1]",
+        "[tru]", "[nul]",      "[\"abc]", "[\"\\x\"]", "[\"\\u12G4\"]", "[\"a\nb\"]", "[1 2]",
+        "[NaN]", "[Infinity]", "{} {}",   "[1]x",      "[,1]",          "\"\\"})
+    EXPECT_THROW(skipWhole(text), JsonSyntaxError) << text;
+  for (const char* text : {"{\"a\":1 \"b\":2}", "[\"\\u12\"]"})
+    EXPECT_THROW(skipWhole(text), JsonSyntaxError) << text;
+  for (const char* text : {"{}", " [ ] ", "[1,-0,0.5e-3,2E+2,true,false,null,\"x\"]",
+                           "{\"a\":{\"b\":[{}]},\"a\":3}", "\t\r\n42\n"})
+    EXPECT_NO_THROW(skipWhole(text)) << text;
+
+  // Nesting beyond the limit is an error, even far deeper than any stack
+  // could take by recursion.
+  const auto nested = [](int depth) { return std::string(depth, '[') + std::string(depth, ']'); };
+  EXPECT_NO_THROW(skipWhole(nested(JsonReader::maxDepth)));
+  EXPECT_THROW(skipWhole(nested(JsonReader::maxDepth + 1)), JsonSyntaxError);
+  EXPECT_THROW(skipWhole(nested(5'000'000)), JsonSyntaxError);
 }
 
-TEST(JsonReaderTest, ValidDocumentsAreSkippedWhole) {
-  const char* good[] = {
-      "{}", " [ ] ", "[1,-0,0.5e-3,2E+2,true,false,null,\"x\"]", "{\"a\":{\"b\":[{}]},\"a\":3}", "\t\r\n42\n",
-  };
-  for (const char* text : good) {
-    JsonReader r(text);
-    EXPECT_NO_THROW({
-      r.skipValue();
-      r.finish();
-    }) << text;
-  }
-}
-
-TEST(JsonReaderTest, NestingBeyondTheLimitIsASyntaxError) {
-  auto nested = [](int depth) { return std::string(depth, '[') + std::string(depth, ']'); };
-  {
-    const std::string text = nested(JsonReader::maxDepth);
-    JsonReader r(text);
-    EXPECT_NO_THROW(r.skipValue());
-  }
-  {
-    const std::string text = nested(JsonReader::maxDepth + 1);
-    JsonReader r(text);
-    EXPECT_THROW(r.skipValue(), JsonSyntaxError);
-  }
-  {
-    // Far deeper than any stack could take by recursion.
-    const std::string text = nested(5'000'000);
-    JsonReader r(text);
-    EXPECT_THROW(r.skipValue(), JsonSyntaxError);
-  }
-}
-
-TEST(JsonNumberTest, DoublesReadAsTheNearestValue) {
-  const std::pair<const char*, std::optional<double>> cases[] = {
-      {"25", 25.0},
-      {"25.0", 25.0},
-      {"-0", -0.0},
-      {"2.5e1", 25.0},
-      {"1E2", 100.0},
-      {"1e-400", 0.0},
-      {"-1e-400", -0.0},
-      {"0.000001e-330", 0.0},
-      {"1e999", std::nullopt},
-      {"-1e999", std::nullopt},
-      {"123456789e301", std::nullopt},
-      {"0e999999999999999999999", 0.0},
-      {"1e-99999999999999999999", 0.0},
-      {"1.7976931348623157e308", std::numeric_limits<double>::max()},
-      {"1.8e308", std::nullopt},
-  };
-  for (const auto& [text, expected] : cases) {
+TEST(JsonNumberTest, DoublesReadAsTheNearestValueAndIntegersAsWholeNumbersOnly) {
+  const std::optional<double> none;
+  using D = std::pair<const char*, std::optional<double>>;
+  for (auto [text, expected] :
+       {D{"25", 25.0}, D{"25.0", 25.0}, D{"-0", -0.0}, D{"2.5e1", 25.0}, D{"1E2", 100.0}, D{"1e-400", 0.0},
+        D{"-1e-400", -0.0}, D{"0.000001e-330", 0.0}, D{"1e999", none}, D{"-1e999", none},
+        D{"123456789e301", none}, D{"1.8e308", none}, D{"0e999999999999999999999", 0.0},
+        D{"1e-99999999999999999999", 0.0}, D{"1.7976931348623157e308", largest}}) {
     const auto v = jsonDouble(text);
     EXPECT_EQ(v, expected) << text;
-    if (v && expected) {
-      EXPECT_EQ(std::signbit(*v), std::signbit(*expected)) << text;
-    }
+    EXPECT_EQ(v && std::signbit(*v), expected && std::signbit(*expected)) << text;
   }
+  const std::optional<std::int64_t> no;
+  using I = std::pair<const char*, std::optional<std::int64_t>>;
+  for (auto [text, expected] :
+       {I{"7", 7}, I{"-3", -3}, I{"25.0", 25}, I{"2.5e1", 25}, I{"25.5", no}, I{"1e-400", 0}, I{"9.3e18", no},
+        I{"1e999", no}, I{"9223372036854775807", std::numeric_limits<std::int64_t>::max()},
+        I{"-9223372036854775808", minInt}, I{"9223372036854775808", no},
+        I{"-9.223372036854775808e18", minInt}})
+    EXPECT_EQ(jsonInteger(text), expected) << text;
 }
 
-TEST(JsonNumberTest, IntegersAcceptWholeNumbersOnly) {
-  const std::pair<const char*, std::optional<std::int64_t>> cases[] = {
-      {"7", 7},
-      {"-3", -3},
-      {"25.0", 25},
-      {"2.5e1", 25},
-      {"25.5", std::nullopt},
-      {"1e-400", 0},
-      {"9223372036854775807", std::numeric_limits<std::int64_t>::max()},
-      {"-9223372036854775808", std::numeric_limits<std::int64_t>::min()},
-      {"9223372036854775808", std::nullopt},
-      {"9.3e18", std::nullopt},
-      {"-9.223372036854775808e18", std::numeric_limits<std::int64_t>::min()},
-      {"1e999", std::nullopt},
-  };
-  for (const auto& [text, expected] : cases) EXPECT_EQ(jsonInteger(text), expected) << text;
-}
-
-TEST(Base64Test, RoundTripsEveryLength) {
+TEST(Base64Test, RoundTripsEveryLengthKnownVectorsAndRefusesMalformedText) {
   std::vector<std::uint8_t> bytes;
   for (int n = 0; n < 70; ++n) {
     const std::string text = base64Encode(bytes);
@@ -284,20 +174,12 @@ TEST(Base64Test, RoundTripsEveryLength) {
     EXPECT_EQ(base64Decode(text), bytes) << n;
     bytes.push_back(static_cast<std::uint8_t>(n * 37 + 11));
   }
-}
-
-TEST(Base64Test, KnownVectorsAndMalformedText) {
-  auto bytes = [](std::string_view s) { return std::vector<std::uint8_t>(s.begin(), s.end()); };
-  EXPECT_EQ(base64Encode(bytes("")), "");
-  EXPECT_EQ(base64Encode(bytes("f")), "Zg==");
-  EXPECT_EQ(base64Encode(bytes("fo")), "Zm8=");
-  EXPECT_EQ(base64Encode(bytes("foo")), "Zm9v");
-  EXPECT_EQ(base64Encode(bytes("foob")), "Zm9vYg==");
+  for (auto [raw, text] :
+       {std::pair("", ""), {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}})
+    EXPECT_EQ(base64Encode(std::vector<std::uint8_t>(raw, raw + std::strlen(raw))), text);
   EXPECT_EQ(base64Encode({0xfb, 0xff}), "+/8=");
-  for (const char* bad :
-       {"Zg", "Zg=", "Zm9", "Z===", "====", "Zg==Zg==", "Zm 9v", "Zm9v\n", "Zm-v", "Z=g="}) {
+  for (const char* bad : {"Zg", "Zg=", "Zm9", "Z===", "====", "Zg==Zg==", "Zm 9v", "Zm9v\n", "Zm-v", "Z=g="})
     EXPECT_EQ(base64Decode(bad), std::nullopt) << bad;
-  }
 }
 
 TEST(UUIDTest, StandardUpperCaseVersion4Text) {

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <functional>
 #include <limits>
 #include <random>
 #include <string>
@@ -54,135 +53,75 @@ MaskBitmap stroke(int width, int height) {
 
 }  // namespace
 
-TEST(MaskBitmapTest, FilledConstruction) {
-  const MaskBitmap m(3, 2, 200);
-  EXPECT_EQ(m.width, 3);
-  EXPECT_EQ(m.height, 2);
-  EXPECT_EQ(m.bytes, Bytes(6, 200));
-  const MaskBitmap empty(-4, 5, 9);
-  EXPECT_EQ(empty.width, 0);
-  EXPECT_TRUE(empty.bytes.empty());
-}
-
-TEST(MaskBitmapTest, StoredFormStartsWithMagicAndLittleEndianSize) {
-  const Bytes stored = MaskBitmap(300, 2, 17).encoded();
+TEST(MaskBitmapTest, StoredFormIsMagicLittleEndianSizeAndAnLzfseStreamOrTheBytes) {
+  const MaskBitmap filled(300, 2, 17);
+  EXPECT_EQ(std::tuple(filled.width, filled.height, filled.bytes), std::tuple(300, 2, Bytes(600, 17)));
+  EXPECT_EQ(MaskBitmap(-4, 5, 9), MaskBitmap(0, 5));  // a negative size counts as 0
+  EXPECT_TRUE(MaskBitmap(-4, 5, 9).bytes.empty());
+  const Bytes stored = filled.encoded();
   ASSERT_GE(stored.size(), 13u);
   EXPECT_EQ(Bytes(stored.begin(), stored.begin() + 12), header(300, 2));
-  // The payload is an LZFSE stream of the bytes.
-  const auto payload = lzfse::decode(Bytes(stored.begin() + 12, stored.end()));
-  ASSERT_TRUE(payload.has_value());
-  EXPECT_EQ(*payload, Bytes(600, 17));
-}
+  EXPECT_EQ(lzfse::decode(Bytes(stored.begin() + 12, stored.end())), Bytes(600, 17));
 
-// Bitmaps are made inside the test: every test process instantiates all cases.
-using BitmapCase = std::pair<const char*, std::function<MaskBitmap()>>;
-
-class MaskBitmapRoundTripTest : public testing::TestWithParam<BitmapCase> {};
-
-TEST_P(MaskBitmapRoundTripTest, SurvivesTheStoredFormBitForBit) {
-  const MaskBitmap m = GetParam().second();
-  const Bytes stored = m.encoded();
-  const auto back = MaskBitmap::decode(stored);
-  ASSERT_TRUE(back.has_value());
-  EXPECT_TRUE(*back == m);
-  EXPECT_LE(stored.size(), 16 + m.bytes.size());  // never much larger than the bytes
-}
-
-std::vector<BitmapCase> roundTripBitmaps() {
-  return {{"OneByOne", [] { return MaskBitmap(1, 1, 255); }},
-          {"ThreeByOne",
-           [] {
-             return fromRows(3, 1, {0, 128, 255});
-           }},
-          {"Empty", [] { return MaskBitmap(0, 0); }},
-          {"NoiseStoredRaw",
-           [] {
-             std::mt19937 rng(5);
-             MaskBitmap noise(64, 48);
-             for (auto& b : noise.bytes) b = std::uint8_t(rng());
-             return noise;
-           }},
-          {"PaintedStroke", [] { return stroke(1024, 683); }},
-          {"Large", [] { return stroke(4096, 4096); }}};
-}
-
-INSTANTIATE_TEST_SUITE_P(Bitmaps, MaskBitmapRoundTripTest, testing::ValuesIn(roundTripBitmaps()),
-                         [](const auto& info) { return std::string(info.param.first); });
-
-TEST(MaskBitmapTest, IncompressibleBytesAreStoredAsThemselves) {
+  // Incompressible bytes are stored as themselves; a payload of exactly the
+  // bitmap's size is taken as pixels even when it happens to be a stream.
   std::mt19937 rng(6);
-  MaskBitmap m(40, 30);
-  for (auto& b : m.bytes) b = std::uint8_t(rng());
-  const Bytes stored = m.encoded();
-  EXPECT_EQ(stored, header(40, 30) + m.bytes);
-}
+  MaskBitmap noise(40, 30);
+  for (auto& b : noise.bytes) b = std::uint8_t(rng());
+  EXPECT_EQ(noise.encoded(), header(40, 30) + noise.bytes);
+  const Bytes stream = lzfse::encode(Bytes(40, 1));
+  EXPECT_EQ(MaskBitmap::decode(header(std::uint32_t(stream.size()), 1) + stream),
+            fromRows(int(stream.size()), 1, stream));
 
-TEST(MaskBitmapTest, ReadsAStreamOfTheReferenceEncoder) {
+  // A stream of the reference encoder.
   const std::string dir = std::string(LUMIVALE_TEST_DATA) + "/lzfse/";
-  const std::string stream = test::readFile(dir + "radial_320x213.lzfse");
-  const std::string raw = test::readFile(dir + "radial_320x213.raw");
-  const auto m = MaskBitmap::decode(header(320, 213) + Bytes(stream.begin(), stream.end()));
-  ASSERT_TRUE(m.has_value());
-  EXPECT_EQ(m->bytes, Bytes(raw.begin(), raw.end()));
+  const std::string radial = test::readFile(dir + "radial_320x213.lzfse"),
+                    raw = test::readFile(dir + "radial_320x213.raw");
+  EXPECT_EQ(MaskBitmap::decode(header(320, 213) + Bytes(radial.begin(), radial.end())),
+            fromRows(320, 213, Bytes(raw.begin(), raw.end())));
 }
 
-struct StoredCase {
-  const char* name;
-  Bytes data;
-};
+TEST(MaskBitmapTest, RoundTripsTheStoredFormBitForBit) {
+  std::mt19937 rng(5);
+  MaskBitmap noise(64, 48);
+  for (auto& b : noise.bytes) b = std::uint8_t(rng());
+  for (const MaskBitmap& m : {MaskBitmap(1, 1, 255), fromRows(3, 1, {0, 128, 255}), MaskBitmap(0, 0), noise,
+                              stroke(1024, 683), stroke(4096, 4096)}) {
+    SCOPED_TRACE(testing::Message() << m.width << " × " << m.height);
+    const Bytes stored = m.encoded();
+    EXPECT_TRUE(MaskBitmap::decode(stored) == m);
+    EXPECT_LE(stored.size(), 16 + m.bytes.size());  // never much larger than the bytes
+  }
+}
 
-void PrintTo(const StoredCase& c, std::ostream* os) { *os << c.name; }
-
-class MaskBitmapBadStoredTest : public testing::TestWithParam<StoredCase> {};
-
-TEST_P(MaskBitmapBadStoredTest, DecodesToNothing) { EXPECT_FALSE(MaskBitmap::decode(GetParam().data)); }
-
-std::vector<StoredCase> badStored() {
+TEST(MaskBitmapTest, DamagedStoredFormsDecodeToNothing) {
   const Bytes good = MaskBitmap(50, 40, 9).encoded();
   const Bytes payload(good.begin() + 12, good.end());
-  std::vector<StoredCase> cases;
-  cases.push_back({"Nothing", {}});
-  cases.push_back({"HeaderOnly", header(0, 0)});
-  cases.push_back({"TwelveBytesOfAValidBitmap", Bytes(good.begin(), good.begin() + 12)});
-  cases.push_back({"OtherMagic", header(50, 40, "KVMX") + payload});
-  cases.push_back({"PngSignature", Bytes{0x89, 'P', 'N', 'G', 0x0D, 0x0A, 0x1A, 0x0A, 0, 0, 0, 13, 'I'}});
-  cases.push_back({"OnePixelTooFew", header(50, 40) + lzfse::encode(Bytes(1999, 9))});
-  cases.push_back({"OnePixelTooMany", header(50, 40) + lzfse::encode(Bytes(2001, 9))});
-  cases.push_back({"SizeClaimsOneMoreRow", header(50, 41) + payload});
-  cases.push_back({"PayloadCut", header(50, 40) + Bytes(payload.begin(), payload.end() - 1)});
-  cases.push_back({"PayloadNotAStream", header(50, 40) + Bytes(100, 0xEE)});
-  cases.push_back({"AbsurdSize", header(65536, 65536) + payload});
-  cases.push_back({"WidthBeyondInt", header(0x80000000u, 1) + payload});
-  cases.push_back({"ZeroSizeWithBytes", header(0, 7) + Bytes{1, 2, 3}});
-  return cases;
-}
-
-INSTANTIATE_TEST_SUITE_P(Data, MaskBitmapBadStoredTest, testing::ValuesIn(badStored()),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-TEST(MaskBitmapTest, APayloadOfExactlyTheBitmapSizeIsTakenUncompressed) {
-  // Even when those bytes happen to be a valid stream, they are pixels.
-  const Bytes stream = lzfse::encode(Bytes(40, 1));
-  const auto m = MaskBitmap::decode(header(std::uint32_t(stream.size()), 1) + stream);
-  ASSERT_TRUE(m.has_value());
-  EXPECT_EQ(m->bytes, stream);
+  const std::pair<const char*, Bytes> cases[] = {
+      {"nothing", {}},
+      {"header only", header(0, 0)},
+      {"twelve bytes of a valid bitmap", Bytes(good.begin(), good.begin() + 12)},
+      {"other magic", header(50, 40, "KVMX") + payload},
+      {"PNG signature", Bytes{0x89, 'P', 'N', 'G', 0x0D, 0x0A, 0x1A, 0x0A, 0, 0, 0, 13, 'I'}},
+      {"one pixel too few", header(50, 40) + lzfse::encode(Bytes(1999, 9))},
+      {"one pixel too many", header(50, 40) + lzfse::encode(Bytes(2001, 9))},
+      {"size claims one more row", header(50, 41) + payload},
+      {"payload cut", header(50, 40) + Bytes(payload.begin(), payload.end() - 1)},
+      {"payload not a stream", header(50, 40) + Bytes(100, 0xEE)},
+      {"absurd size", header(65536, 65536) + payload},
+      {"width beyond int", header(0x80000000u, 1) + payload},
+      {"zero size with bytes", header(0, 7) + Bytes{1, 2, 3}}};
+  for (const auto& [name, data] : cases) EXPECT_FALSE(MaskBitmap::decode(data)) << name;
 }
 
 TEST(MaskBitmapTest, ValueIsBilinearBetweenPixelCentresAndClampedOutside) {
   const MaskBitmap row = fromRows(2, 1, {0, 255});
-  struct Probe {
-    double u, v, expected;
-  };
-  for (const Probe& p : std::vector<Probe>{{0.25, 0.5, 0.0},
-                                           {0.75, 0.5, 1.0},
-                                           {0.5, 0.5, 0.5},
-                                           {0.625, 0.9, 0.75},
-                                           {0.0, 0.0, 0.0},
-                                           {1.0, 1.0, 1.0},
-                                           {-3.0, 7.0, 0.0},
-                                           {std::numeric_limits<double>::infinity(), 0.5, 1.0},
-                                           {std::numeric_limits<double>::quiet_NaN(), 0.5, 0.0}})
-    EXPECT_NEAR(row.value(p.u, p.v), p.expected, 1e-12) << p.u << ", " << p.v;
+  using P = std::tuple<double, double, double>;
+  for (auto [u, v, expected] :
+       {P{0.25, 0.5, 0.0}, P{0.75, 0.5, 1.0}, P{0.5, 0.5, 0.5}, P{0.625, 0.9, 0.75}, P{0.0, 0.0, 0.0},
+        P{1.0, 1.0, 1.0}, P{-3.0, 7.0, 0.0}, P{std::numeric_limits<double>::infinity(), 0.5, 1.0},
+        P{std::numeric_limits<double>::quiet_NaN(), 0.5, 0.0}})
+    EXPECT_NEAR(row.value(u, v), expected, 1e-12) << u << ", " << v;
 
   const MaskBitmap square = fromRows(2, 2, {0, 100, 200, 255});
   EXPECT_NEAR(square.value(0.5, 0.5), (0 + 100 + 200 + 255) / 4.0 / 255.0, 1e-12);

@@ -18,28 +18,19 @@ inline double refSmooth(double x) { return x * x * (3 - 2 * x); }
 inline double refY(double r, double g, double b) { return 0.2126 * r + 0.7152 * g + 0.0722 * b; }
 
 inline double refEncode(double c) {
-  if (!(c > 0)) return 0;
-  if (c <= 0.0031308) return 12.92 * c;
-  return 1.055 * std::pow(c, 1 / 2.4) - 0.055;
+  return !(c > 0) ? 0 : c <= 0.0031308 ? 12.92 * c : 1.055 * std::pow(c, 1 / 2.4) - 0.055;
 }
-
 inline double refDecode(double v) {
-  if (!(v > 0)) return 0;
-  if (v <= 0.04045) return v / 12.92;
-  return std::pow((v + 0.055) / 1.055, 2.4);
+  return !(v > 0) ? 0 : v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
 }
 
 inline double refChannel(double c, const ToneParams& p, const std::optional<CurveEvaluator>& own) {
   double e = refEncode(c);
   if (p.whites != 0) e = e + p.whites * 0.22 * refSmooth(refClamp01((e - 0.45) / 0.55));
   if (p.blacks != 0) e = e + p.blacks * 0.14 * (1 - refSmooth(refClamp01(e / 0.45)));
-  if (p.highlights > 0) {
-    double s = refSmooth(refClamp01((e - 0.35) / 0.6));
-    e = e + (1.1 - 0.5 * std::min(e, 1.0)) * p.highlights * 0.18 * s;
-  } else if (p.highlights < 0) {
-    double s = refSmooth(refClamp01((e - 0.35) / 0.6));
-    e = e + std::max(e - 0.35, 0.0) * p.highlights * 0.5 * s;
-  }
+  const double high = refSmooth(refClamp01((e - 0.35) / 0.6));
+  if (p.highlights > 0) e = e + (1.1 - 0.5 * std::min(e, 1.0)) * p.highlights * 0.18 * high;
+  if (p.highlights < 0) e = e + std::max(e - 0.35, 0.0) * p.highlights * 0.5 * high;
   if (p.shadows != 0) {
     double a = refSmooth(refClamp01(e / 0.12));
     double b = refSmooth(refClamp01((e - 0.12) / 0.48));
@@ -69,16 +60,9 @@ inline RGB referenceMap(const RGB& in, const ToneParams& p) {
       for (int i = 0; i < 8; ++i) {
         double d = std::abs(h - centres[i]);
         if (d > 180) d = 360 - d;
-        if (d < 50) {
-          double c = std::cos(d / 50 * std::numbers::pi / 2);
-          double wt = c * c;
-          if (wt != 0) {
-            W += wt;
-            H += wt * p.hsl[i].hue;
-            S += wt * p.hsl[i].saturation;
-            L += wt * p.hsl[i].luminance;
-          }
-        }
+        const double c = d < 50 ? std::cos(d / 50 * std::numbers::pi / 2) : 0, wt = c * c;
+        if (wt == 0) continue;
+        W += wt, H += wt * p.hsl[i].hue, S += wt * p.hsl[i].saturation, L += wt * p.hsl[i].luminance;
       }
       if (W > 0) {
         double m = std::min(W, 1.0);
@@ -123,11 +107,7 @@ inline RGB referenceMap(const RGB& in, const ToneParams& p) {
     r = refClamp01(r), g = refClamp01(g), b = refClamp01(b);
   }
 
-  if (p.blackAndWhite) {
-    double y = refY(r, g, b);
-    y = y < 0 ? 0 : std::min(y, 1.0);
-    r = g = b = y;
-  }
+  if (p.blackAndWhite) r = g = b = std::clamp(refY(r, g, b), 0.0, 1.0);
   return {refDecode(r), refDecode(g), refDecode(b)};
 }
 

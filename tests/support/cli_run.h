@@ -14,6 +14,8 @@
 
 namespace lumivale::test {
 
+using Args = std::vector<std::string>;
+
 struct CliResult {
   int status = 0;
   std::string out;
@@ -52,6 +54,15 @@ class CliLibraryTest : public LibraryTest {
     CliResult r = run(args);
     EXPECT_EQ(r.status, 0) << args[0] << ": " << r.err;
     return r;
+  }
+  /// Runs that must each fail as `expectError` says.
+  void expectRefused(int status, std::initializer_list<Args> cases) {
+    for (const Args& args : cases) {
+      std::string line;
+      for (const std::string& a : args) line += a + " ";
+      SCOPED_TRACE(line);
+      expectError(run(args), status);
+    }
   }
 };
 

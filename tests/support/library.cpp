@@ -32,27 +32,16 @@ std::string dumpRows(PhotoLibrary& library, const std::vector<std::string>& quer
     text += sql + "\n";
     for (const SQLRow& row : library.db().query(sql)) {
       for (const SQLValue& v : row) {
-        switch (v.kind()) {
-          case SQLValue::Kind::integer:
-            text += std::to_string(*v.intValue());
-            break;
-          case SQLValue::Kind::real:
-            text += std::to_string(*v.doubleValue()) + "r";
-            break;
-          case SQLValue::Kind::text:
-            text += "'" + *v.stringValue() + "'";
-            break;
-          case SQLValue::Kind::blob: {
-            // Size and hash keep a failure's message short.
-            const Blob b = *v.dataValue();
-            text += "blob" + std::to_string(b.size()) + ":" +
-                    std::to_string(std::hash<std::string>{}(std::string(b.begin(), b.end())));
-            break;
-          }
-          case SQLValue::Kind::null:
-            text += "NULL";
-            break;
-        }
+        // Blobs by size and hash keep a failure's message short.
+        const Blob b = v.dataValue().value_or(Blob{});
+        using K = SQLValue::Kind;
+        text += v.kind() == K::integer ? std::to_string(*v.intValue())
+                : v.kind() == K::real  ? std::to_string(*v.doubleValue()) + "r"
+                : v.kind() == K::text  ? "'" + *v.stringValue() + "'"
+                : v.kind() == K::blob
+                    ? "blob" + std::to_string(b.size()) + ":" +
+                          std::to_string(std::hash<std::string>{}(std::string(b.begin(), b.end())))
+                    : "NULL";
         text += "|";
       }
       text += "\n";

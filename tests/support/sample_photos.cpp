@@ -47,33 +47,21 @@ Exiv2::URational urational(const Rational& r) { return {static_cast<uint32_t>(r.
 
 Exiv2::ExifData exifOf(const SampleTags& t) {
   Exiv2::ExifData exif;
-  if (t.make) exif["Exif.Image.Make"] = *t.make;
-  if (t.model) exif["Exif.Image.Model"] = *t.model;
-  if (t.dateTime) exif["Exif.Image.DateTime"] = *t.dateTime;
-  if (t.copyright) exif["Exif.Image.Copyright"] = *t.copyright;
-  if (t.artist) exif["Exif.Image.Artist"] = *t.artist;
-  if (t.software) exif["Exif.Image.Software"] = *t.software;
-  if (t.orientation) exif["Exif.Image.Orientation"] = static_cast<uint16_t>(*t.orientation);
-  if (t.lens) exif["Exif.Photo.LensModel"] = *t.lens;
-  if (t.dateTimeOriginal) exif["Exif.Photo.DateTimeOriginal"] = *t.dateTimeOriginal;
-  if (t.exposure) exif["Exif.Photo.ExposureTime"] = urational(*t.exposure);
-  if (t.fNumber) exif["Exif.Photo.FNumber"] = urational(*t.fNumber);
-  if (t.focal) exif["Exif.Photo.FocalLength"] = urational(*t.focal);
+  for (const auto& [key, text] : {std::pair("Image.Make", &t.make), {"Image.Model", &t.model}, {"Image.DateTime", &t.dateTime}, {"Image.Copyright", &t.copyright}, {"Image.Artist", &t.artist}, {"Image.Software", &t.software},
+                                  {"Photo.LensModel", &t.lens}, {"Photo.DateTimeOriginal", &t.dateTimeOriginal}, {"GPSInfo.GPSLatitudeRef", &t.latitudeRef}, {"GPSInfo.GPSLongitudeRef", &t.longitudeRef}})
+    if (*text) exif[std::string("Exif.") + key] = **text;
+  for (const auto& [key, number] : {std::pair("Image.Orientation", &t.orientation), {"Photo.ISOSpeedRatings", &t.iso}, {"Photo.FocalLengthIn35mmFilm", &t.focal35}, {"Photo.Flash", &t.flash}, {"Photo.WhiteBalance", &t.whiteBalance}, {"Photo.MeteringMode", &t.metering}})
+    if (*number) exif[std::string("Exif.") + key] = static_cast<uint16_t>(**number);
+  for (const auto& [key, r] : {std::pair("Photo.ExposureTime", &t.exposure), {"Photo.FNumber", &t.fNumber}, {"Photo.FocalLength", &t.focal}})
+    if (*r) exif[std::string("Exif.") + key] = urational(**r);
   if (t.exposureBias) exif["Exif.Photo.ExposureBiasValue"] = Exiv2::Rational(t.exposureBias->numerator, t.exposureBias->denominator);
-  if (t.iso) exif["Exif.Photo.ISOSpeedRatings"] = static_cast<uint16_t>(*t.iso);
-  if (t.focal35) exif["Exif.Photo.FocalLengthIn35mmFilm"] = static_cast<uint16_t>(*t.focal35);
-  if (t.flash) exif["Exif.Photo.Flash"] = static_cast<uint16_t>(*t.flash);
-  if (t.whiteBalance) exif["Exif.Photo.WhiteBalance"] = static_cast<uint16_t>(*t.whiteBalance);
-  if (t.metering) exif["Exif.Photo.MeteringMode"] = static_cast<uint16_t>(*t.metering);
-  auto setRationals = [&](const char* key, const std::string& text) {
+  // Degrees, minutes and seconds: one value of three rationals.
+  for (const auto& [key, text] : {std::pair("Exif.GPSInfo.GPSLatitude", &t.latitude), {"Exif.GPSInfo.GPSLongitude", &t.longitude}}) {
+    if (!*text) continue;
     Exiv2::URationalValue value;
-    value.read(text);
+    value.read(**text);
     exif.add(Exiv2::ExifKey(key), &value);
-  };
-  if (t.latitude) setRationals("Exif.GPSInfo.GPSLatitude", *t.latitude);
-  if (t.longitude) setRationals("Exif.GPSInfo.GPSLongitude", *t.longitude);
-  if (t.latitudeRef) exif["Exif.GPSInfo.GPSLatitudeRef"] = *t.latitudeRef;
-  if (t.longitudeRef) exif["Exif.GPSInfo.GPSLongitudeRef"] = *t.longitudeRef;
+  }
   return exif;
 }
 
@@ -165,16 +153,13 @@ void writeDng(const std::filesystem::path& file, const SampleDng& dng) {
     static const float neutral[3] = {0.5f, 1.0f, 0.7f};
     TIFFSetField(tif, TIFFTAG_ASSHOTNEUTRAL, 3, neutral);
   };
+  // Integer tags, whatever their width: varargs pass them all as int.
+  auto setAll = [&](std::initializer_list<std::pair<ttag_t, int>> tags) {
+    for (auto [tag, value] : tags) TIFFSetField(tif, tag, value);
+  };
   auto writeRaw = [&] {
-    TIFFSetField(tif, TIFFTAG_SUBFILETYPE, 0);
-    TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, dng.width);
-    TIFFSetField(tif, TIFFTAG_IMAGELENGTH, dng.height);
-    TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 16);
-    TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 1);
-    TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
-    TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, 32803);  // colour filter array
-    TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-    TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, dng.height);
+    setAll({{TIFFTAG_SUBFILETYPE, 0}, {TIFFTAG_IMAGEWIDTH, dng.width}, {TIFFTAG_IMAGELENGTH, dng.height}, {TIFFTAG_BITSPERSAMPLE, 16}, {TIFFTAG_SAMPLESPERPIXEL, 1},
+            {TIFFTAG_COMPRESSION, COMPRESSION_NONE}, {TIFFTAG_PHOTOMETRIC, 32803 /* colour filter array */}, {TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG}, {TIFFTAG_ROWSPERSTRIP, dng.height}});
     static const uint16_t repeat[2] = {2, 2};
     static const uint8_t pattern[4] = {0, 1, 1, 2};  // RGGB
     TIFFSetField(tif, TIFFTAG_CFAREPEATPATTERNDIM, repeat);
@@ -182,9 +167,7 @@ void writeDng(const std::filesystem::path& file, const SampleDng& dng) {
     uint32_t white = 4095;
     if (dng.dngTags) TIFFSetField(tif, TIFFTAG_WHITELEVEL, 1, &white);
     std::vector<uint16_t> pixels(std::size_t(dng.width) * dng.height);
-    for (int y = 0; y < dng.height; ++y) {
-      for (int x = 0; x < dng.width; ++x) pixels[std::size_t(y) * dng.width + x] = uint16_t(256 + 8 * (x + y));
-    }
+    for (std::size_t i = 0; i < pixels.size(); ++i) pixels[i] = uint16_t(256 + 8 * (i % dng.width + i / dng.width));
     TIFFWriteEncodedStrip(tif, 0, pixels.data(), static_cast<tmsize_t>(pixels.size() * 2));
   };
 
@@ -192,15 +175,8 @@ void writeDng(const std::filesystem::path& file, const SampleDng& dng) {
     // IFD0 is the camera's JPEG preview; the raw image lives in a SubIFD.
     std::string jpeg = jpegBytes(dng.previewWidth, dng.previewHeight);
     writeCameraTags();
-    TIFFSetField(tif, TIFFTAG_SUBFILETYPE, FILETYPE_REDUCEDIMAGE);
-    TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, dng.previewWidth);
-    TIFFSetField(tif, TIFFTAG_IMAGELENGTH, dng.previewHeight);
-    TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, 8);
-    TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, 3);
-    TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_JPEG);
-    TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_YCBCR);
-    TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-    TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, dng.previewHeight);
+    setAll({{TIFFTAG_SUBFILETYPE, FILETYPE_REDUCEDIMAGE}, {TIFFTAG_IMAGEWIDTH, dng.previewWidth}, {TIFFTAG_IMAGELENGTH, dng.previewHeight}, {TIFFTAG_BITSPERSAMPLE, 8}, {TIFFTAG_SAMPLESPERPIXEL, 3},
+            {TIFFTAG_COMPRESSION, COMPRESSION_JPEG}, {TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_YCBCR}, {TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG}, {TIFFTAG_ROWSPERSTRIP, dng.previewHeight}});
     uint64_t subIfd = 0;
     TIFFSetField(tif, TIFFTAG_SUBIFD, 1, &subIfd);
     TIFFWriteRawStrip(tif, 0, jpeg.data(), static_cast<tmsize_t>(jpeg.size()));

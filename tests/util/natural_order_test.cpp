@@ -9,38 +9,23 @@
 using namespace lumivale;
 
 TEST(NaturalOrderTest, ComparesDigitRunsByValueAndLettersWithoutCase) {
-  struct Case {
-    const char* a;
-    const char* b;
-    int expected;
-  };
-  const Case cases[] = {
-      {"IMG_2.jpg", "IMG_10.jpg", -1},
-      {"IMG_10.jpg", "IMG_9.jpg", 1},
-      {"img_2.JPG", "IMG_2.jpg", 0},
-      {"IMG_002", "IMG_2", 0},  // leading zeros do not count
-      {"IMG_0", "IMG_00", 0},
-      {"a", "B", -1},
-      {"B", "a", 1},
-      {"abc", "abcd", -1},
-      {"", "a", -1},
-      {"", "", 0},
-      {"x2y", "x2", 1},
-      {"99999999999999999999999", "100000000000000000000000", -1},  // beyond 64 bits
-      {"/p/2/a.jpg", "/p/10/a.jpg", -1},
-      {"v1.10", "v1.9", 1},
-  };
-  for (const Case& c : cases) {
-    int got = naturalCompare(c.a, c.b);
-    EXPECT_EQ((got > 0) - (got < 0), c.expected) << c.a << " vs " << c.b;
-    int back = naturalCompare(c.b, c.a);
-    EXPECT_EQ((back > 0) - (back < 0), -c.expected) << c.b << " vs " << c.a;
+  // Leading zeros do not count; digit runs may go beyond 64 bits.
+  using C = std::tuple<const char*, const char*, int>;
+  for (auto [a, b, expected] :
+       {C{"IMG_2.jpg", "IMG_10.jpg", -1}, C{"IMG_10.jpg", "IMG_9.jpg", 1}, C{"img_2.JPG", "IMG_2.jpg", 0},
+        C{"IMG_002", "IMG_2", 0}, C{"IMG_0", "IMG_00", 0}, C{"a", "B", -1}, C{"B", "a", 1},
+        C{"abc", "abcd", -1}, C{"", "a", -1}, C{"", "", 0}, C{"x2y", "x2", 1},
+        C{"99999999999999999999999", "100000000000000000000000", -1}, C{"/p/2/a.jpg", "/p/10/a.jpg", -1},
+        C{"v1.10", "v1.9", 1}}) {
+    const int got = naturalCompare(a, b), back = naturalCompare(b, a);
+    EXPECT_EQ((got > 0) - (got < 0), expected) << a << " vs " << b;
+    EXPECT_EQ((back > 0) - (back < 0), -expected) << b << " vs " << a;
   }
 }
 
 TEST(NaturalOrderTest, SortingIsTotalAndDeterministic) {
-  std::vector<std::string> names = {"IMG_10.jpg", "img_2.jpg", "IMG_2.jpg", "IMG_02.jpg", "IMG_1.jpg",
-                                    "Beach.png", "apple.png"};
+  std::vector<std::string> names = {"IMG_10.jpg", "img_2.jpg", "IMG_2.jpg", "IMG_02.jpg",
+                                    "IMG_1.jpg",  "Beach.png", "apple.png"};
   std::vector<std::string> shuffled = names;
   std::reverse(shuffled.begin(), shuffled.end());
   auto less = [](const std::string& a, const std::string& b) { return naturalLess(a, b); };

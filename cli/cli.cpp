@@ -167,9 +167,9 @@ const std::vector<Command>& commands() {
     addLibraryCommands(t);
     addImportCommands(t);
     addOrganizeCommands(t);
-    addLutCommands(t);
-    addMaskCommands(t);
     addEditCommands(t);
+    addMaskCommands(t);
+    addLutCommands(t);
     return t;
   }();
   return table;
@@ -187,12 +187,14 @@ void printProgramHelp(std::ostream& out) {
       << "                  default: the Pictures folder + \"KUVO Lumivale Library\"\n"
       << "  --json          print one JSON document on stdout\n"
       << "  --help          show this help; COMMAND --help shows a command's help\n\n"
-      << "Photo ids are written 7, 3,7,9 or 3-9.\n\n"
+      << "Photo ids are written 7, 3,7,9 or 3-9. COMMAND --help shows a command's arguments.\n\n"
       << "Commands:\n";
+  // The name column is as wide as the longest command name; the full usage
+  // of each command is in its own help.
   std::size_t width = 0;
-  for (const Command& c : commands()) width = std::max(width, c.usage.size());
+  for (const Command& c : commands()) width = std::max(width, c.name.size());
   for (const Command& c : commands()) {
-    out << "  " << c.usage << std::string(width - c.usage.size() + 3, ' ') << c.summary << "\n";
+    out << "  " << c.name << std::string(width - c.name.size() + 3, ' ') << c.summary << "\n";
   }
 }
 

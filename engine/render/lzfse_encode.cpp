@@ -275,8 +275,15 @@ class LzfseWriter {
     if (lValues.size() == matchesPerBlock || literals.size() + L > literalsPerBlock - 4) flush();
     lValues.push_back(L);
     mValues.push_back(M);
-    if (M == 0) {
+    if (M == 0 && previousD != 0) {
       dValues.push_back(0);  // no match: keep the previous distance
+    } else if (M == 0) {
+      // The reference decoder starts every block without a previous distance
+      // and checks the distance of each triple, a literal run's too, so the
+      // block's first triple may not lean on one. 1 is always in range (L > 0)
+      // and becomes the distance later triples repeat.
+      dValues.push_back(1);
+      previousD = 1;
     } else {
       dValues.push_back(D == previousD ? 0 : D);
       previousD = D;

@@ -314,9 +314,12 @@ bool decodeLzfseBlock(const BlockHeader& h, const std::uint8_t* payload, Scratch
                !decodeValue<true>(s.dTable, dState, in, D)) {
       return false;
     }
+    // A block starts without a distance to repeat, and every triple, a bare
+    // literal run too, must hold one that stays within the output: streams
+    // that break this are refused by other decoders, so they are not ours.
     if (D != 0) distance = D;
     if (L > std::size_t(litEnd - lit) || std::size_t(L) + M > std::size_t(blockEnd - dst)) return false;
-    if (distance > std::size_t(dst - outBegin) + L || (M != 0 && distance == 0)) return false;
+    if (distance == 0 || distance > std::size_t(dst - outBegin) + L) return false;
     for (std::uint32_t k = 0; k < L; k += 16) std::memcpy(dst + k, lit + k, 16);
     dst += L;
     lit += L;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <climits>
 #include <cmath>
 
 #include "engine/render/mask_renderer.h"
@@ -40,15 +39,9 @@ MaskBitmap maskBitmapForExport(const PhotoMask& mask, int displayWidth, int disp
 }
 
 std::optional<std::pair<int, int>> storedBitmapSize(std::span<const std::uint8_t> stored) {
-  if (stored.size() < 13 || stored[0] != 'K' || stored[1] != 'V' || stored[2] != 'M' || stored[3] != 'K')
-    return std::nullopt;
-  const auto get32 = [&](std::size_t at) {
-    return std::uint32_t(stored[at]) | std::uint32_t(stored[at + 1]) << 8 |
-           std::uint32_t(stored[at + 2]) << 16 | std::uint32_t(stored[at + 3]) << 24;
-  };
-  const std::uint32_t width = get32(4), height = get32(8);
-  if (width > std::uint32_t(INT_MAX) || height > std::uint32_t(INT_MAX)) return std::nullopt;
-  return std::pair<int, int>{int(width), int(height)};
+  const std::optional<MaskBitmap> bitmap = MaskBitmap::decode(stored);
+  if (!bitmap) return std::nullopt;
+  return std::pair<int, int>{bitmap->width, bitmap->height};
 }
 
 PhotoMask smartMaskFromBitmap(const MaskBitmap& bitmap, MaskKind kind, std::optional<std::string> name) {

@@ -75,9 +75,9 @@ void writeMaskPNG(const MaskBitmap& bitmap, const std::filesystem::path& file, b
 /// made at each render size and has no bitmap of its own.
 MaskBitmap maskBitmapForExport(const PhotoMask& mask, int displayWidth, int displayHeight);
 
-/// The size of a stored bitmap (`PhotoMask::maskPNG`) read from its header,
-/// without decompressing it: nothing when the data is not a stored bitmap.
-/// The payload is not checked; `MaskBitmap::decode` does that.
+/// The size of a stored bitmap (`PhotoMask::maskPNG`): nothing when the data
+/// does not decode, since such a bitmap counts as absent everywhere else too
+/// (the mask renders as if its selection were not computed yet).
 std::optional<std::pair<int, int>> storedBitmapSize(std::span<const std::uint8_t> stored);
 
 /// A new smart mask of `kind` holding `bitmap` as its stored coverage, named

@@ -66,6 +66,21 @@ TEST_F(MaskCliTest, BrushMaskExportsItsPaintingAtTheDisplayAspect) {
   EXPECT_EQ(maskBitmapFromImageFile(dir / "brush.png"), MaskRenderer::paint(brush.dabs, 1024, 682));
 }
 
+TEST_F(MaskCliTest, ListShowsABitmapOnlyWhenItDecodes) {
+  PhotoMask good = smartMaskFromBitmap(pattern(5, 3), MaskKind::subject);
+  PhotoMask damaged(MaskKind::sky);  // a sound header over a payload that is not 9 × 9 bytes
+  damaged.maskPNG = std::vector<std::uint8_t>{'K', 'V', 'M', 'K', 9, 0, 0, 0, 9, 0, 0, 0, 1, 2};
+  library.saveSettings(1, EditSettings{.masks = {good, damaged}}, std::string("Masks"));
+
+  const auto list = ok({"--json", "mask", "list", "1"}).json();
+  EXPECT_EQ(list["masks"][0]["bitmap"]["width"], 5);
+  EXPECT_TRUE(list["masks"][1]["bitmap"].is_null());
+  const std::string text = ok({"mask", "list", "1"}).out;
+  EXPECT_NE(text.find("bitmap 5 \u00d7 3"), std::string::npos) << text;
+  EXPECT_EQ(text.find("9 \u00d7 9"), std::string::npos) << text;
+  EXPECT_NE(text.find("no bitmap"), std::string::npos) << text;
+}
+
 TEST_F(MaskCliTest, BadInputIsAClearErrorAndChangesNothing) {
   test::writeFile(dir / "text.png", "this is not a picture");
   test::writeFile(dir / "empty.png", "");

@@ -263,7 +263,7 @@ TEST(MaskExportTest, GivesTheBitmapOfEachKindOrAClearError) {
         std::pair(PhotoMask(MaskKind::radial), "gradient masks have no bitmap")})
     EXPECT_TRUE(test::throwsWith<MaskImageError>([&] { maskBitmapForExport(mask, 100, 100); }, message))
         << key(mask.kind);
-  EXPECT_EQ(storedBitmapSize(*damaged.maskPNG), (std::pair{9, 9}));  // header only: the payload is not read
+  EXPECT_FALSE(storedBitmapSize(*damaged.maskPNG));  // a sound header is not enough
   EXPECT_FALSE(storedBitmapSize(Bytes{'K', 'V', 'M', 'X', 9, 0, 0, 0, 9, 0, 0, 0, 1}));
   EXPECT_FALSE(storedBitmapSize(Bytes{'K', 'V', 'M', 'K', 9, 0, 0, 0, 9, 0, 0, 0}));
 

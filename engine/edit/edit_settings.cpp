@@ -1,19 +1,24 @@
 #include "engine/edit/edit_settings.h"
 
-#include <charconv>
 #include <cmath>
+
+#include "engine/edit/json.h"
 
 namespace lumivale {
 
 namespace {
 
 // Shortest round-trip text with at least one fractional digit: "0.0",
-// "25.0", "12.5"; exponent forms stay as they are ("1e+300").
+// "25.0", "12.5", "1000000.0". The layout is the stored form's (plain
+// decimal from 1e-4 to 2^53), so exponent forms appear only outside that
+// range and stay as they are ("1e-05", "1e+300").
 std::string keyNumber(double v) {
   if (v == 0) return "0.0";  // −0 equals +0, so both give one key
-  char buffer[32];
-  const auto result = std::to_chars(buffer, buffer + sizeof buffer, v);
-  std::string text(buffer, result.ptr);
+  if (std::isnan(v)) return "nan";
+  if (std::isinf(v)) return v < 0 ? "-inf" : "inf";
+  JsonWriter writer;
+  writer.value(v);
+  std::string text = writer.take();
   if (text.find_first_of(".en") == std::string::npos) text += ".0";
   return text;
 }

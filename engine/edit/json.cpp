@@ -122,9 +122,10 @@ void JsonWriter::key(std::string_view name) {
 }
 
 // The shortest digits that read back as the same double, laid out the way
-// common JSON writers do: plain decimal for magnitudes from 1e-4 up to 1e16
-// ("25", "0.0001", "123.5"), exponent form outside it ("1e-05", "1e+16").
-// Whole numbers carry no fraction.
+// common JSON writers do: plain decimal for magnitudes from 1e-4 up to 2^53,
+// the range in which every whole number is a double of its own ("25",
+// "0.0001", "123.5", "9007199254740992"), exponent form outside it ("1e-05",
+// "9.1e+15", "1e+16"). Whole numbers carry no fraction.
 static void appendShortestNumber(std::string& out, double v) {
   char buffer[40];
   auto result = std::to_chars(buffer, buffer + sizeof buffer, v, std::chars_format::scientific);
@@ -142,7 +143,8 @@ static void appendShortestNumber(std::string& out, double v) {
   int exponent = 0;
   std::from_chars(text.data() + e + 1 + (text[e + 1] == '+' ? 1 : 0), text.data() + text.size(), exponent);
   if (negative) out += '-';
-  if (exponent < -4 || exponent >= 16) {
+  constexpr double largestPlain = 9007199254740992.0;  // 2^53
+  if (exponent < -4 || std::abs(v) > largestPlain) {
     out += digits[0];
     if (digits.size() > 1) {
       out += '.';

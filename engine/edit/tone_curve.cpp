@@ -38,7 +38,7 @@ std::vector<CurvePoint> ToneCurve::cleaned() const {
   std::vector<CurvePoint> kept;
   kept.reserve(sorted.size() + 2);
   for (const CurvePoint& p : sorted) {
-    if (kept.empty() || p.x > kept.back().x + minimumGap) kept.push_back(p);
+    if (kept.empty() || p.x - kept.back().x > minimumGap) kept.push_back(p);
   }
   if (kept.empty() || kept.front().x > 0) kept.insert(kept.begin(), CurvePoint{0, 0});
   if (kept.back().x < 1) kept.push_back({1, 1});

@@ -266,6 +266,9 @@ TEST(EditSettingsTest, SourceKeyNamesTheSourceSettings) {
       {{.noiseColor = -0.0}, "0.0|0.0|true"},
       {{.noiseColor = 0.1}, "0.0|0.1|true"},
       {{.noiseColor = -3}, "0.0|-3.0|true"},
+      {{.noiseLuminance = 1000000, .noiseColor = 0.0001}, "1000000.0|0.0001|true"},
+      {{.noiseLuminance = 100000, .noiseColor = 1e-5}, "100000.0|1e-05|true"},
+      {{.noiseLuminance = nan, .noiseColor = -inf}, "nan|-inf|true"},
       {{.exposure = 2, .sharpenAmount = 50}, "0.0|0.0|true"}};
   for (const auto& [s, key] : cases) EXPECT_EQ(s.sourceKey(), key);
 }

@@ -59,6 +59,12 @@ TEST(JsonWriterTest, NumbersUseShortestRoundTripText) {
         C{0.00012, "0.00012"}, C{-2.5e-5, "-2.5e-05"}, C{123456.789, "123456.789"}})
     check(v, text);
   check(1e15, "1000000000000000");
+  // Plain decimal reaches up to 2^53 exactly; anything larger takes an exponent.
+  check(9007199254740992.0, "9007199254740992");
+  check(-9007199254740992.0, "-9007199254740992");
+  check(9007199254740994.0, "9.007199254740994e+15");
+  check(9.1e15, "9.1e+15");
+  check(-9.5e15, "-9.5e+15");
   check(1234567890123456.0, "1234567890123456");
   check(largest, "1.7976931348623157e+308");
 }

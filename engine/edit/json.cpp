@@ -21,7 +21,7 @@ void writeString(std::string& out, std::string_view text) {
   std::size_t i = 0;
   while (i < text.size()) {
     const auto c = static_cast<unsigned char>(text[i]);
-    if (c >= 0x20 && c != '"' && c != '\\' && c < 0x80) {
+    if (c >= 0x20 && c != '"' && c != '\\' && c != '/' && c < 0x80) {
       ++i;
       continue;
     }
@@ -38,6 +38,9 @@ void writeString(std::string& out, std::string_view text) {
         break;
       case '\\':
         out += "\\\\";
+        break;
+      case '/':  // "\/", as other writers of settings blobs put it, so the bytes agree
+        out += "\\/";
         break;
       case '\b':
         out += "\\b";

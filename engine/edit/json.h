@@ -4,7 +4,7 @@
 //
 // The writer produces the one canonical form that equal records must share:
 // no whitespace, numbers in their shortest round-trip text, strings escaped
-// only where JSON demands it and always valid UTF-8. Callers write object
+// where JSON demands it plus "/" as "\/", and always valid UTF-8. Callers write object
 // keys in ascending byte order themselves; the writer does not sort.
 //
 // The reader walks the text without building a tree, so memory stays

@@ -50,7 +50,8 @@ TEST(EditSettingsTest, DefaultRecordHasItsExactStoredForm) {
 
 // Parsed and written again by an independent library, whose objects keep
 // their keys in byte order and which writes no whitespace and the shortest
-// numbers: the same bytes, so keys are sorted at every level.
+// numbers: the same bytes but for the slashes it leaves bare, so keys are
+// sorted at every level.
 TEST(EditSettingsTest, RoundTripIsExactAndTheStoredFormCanonical) {
   const EditSettings rich = test::richSettings();
   const std::string blob = encode(rich);
@@ -59,7 +60,10 @@ TEST(EditSettingsTest, RoundTripIsExactAndTheStoredFormCanonical) {
   EXPECT_EQ(back.hash(), rich.hash());
   EXPECT_EQ(encode(back), blob);
   EXPECT_EQ(EditSettings::decode(std::vector<std::uint8_t>(blob.begin(), blob.end())), rich);
-  EXPECT_EQ(json::parse(blob).dump(), blob);
+  std::string bareSlashes = blob;
+  for (std::size_t at = 0; (at = bareSlashes.find("\\/", at)) != std::string::npos;) bareSlashes.erase(at, 1);
+  EXPECT_NE(bareSlashes, blob);  // the base64 bitmaps and a mask name hold slashes
+  EXPECT_EQ(json::parse(blob).dump(), bareSlashes);
 
   const json j = json::parse(blob);
   EXPECT_EQ(j["masks"][0]["kind"], "brush");

@@ -87,11 +87,11 @@ TEST(JsonWriterTest, DocumentsHaveNoWhitespaceAndNonFiniteNumbersFailThem) {
   }
 }
 
-TEST(JsonWriterTest, StringsEscapeOnlyWhatJsonRequiresAndReplaceMalformedText) {
+TEST(JsonWriterTest, StringsEscapeQuotesSlashesAndControlsAndReplaceMalformedText) {
   const std::pair<std::string, std::string> cases[] = {
       {"plain", R"("plain")"},
       {"a\"b\\c", R"("a\"b\\c")"},
-      {"a/b", R"("a/b")"},
+      {"a/b", R"("a\/b")"},
       {"\n\r\t\b\f", R"("\n\r\t\b\f")"},
       {std::string("\x00\x01\x1f", 3), R"("\u0000\u0001\u001f")"},
       {"\x7f", "\"\x7f\""},

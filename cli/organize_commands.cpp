@@ -474,7 +474,7 @@ void addOrganizeCommands(std::vector<Command>& table) {
                    "filter one field: rating:>=3 (or stars:), iso:>800, flag:pick|reject, label:red,\n"
                    "camera:canon, lens:50, name:IMG_ (or file:), keyword:sky (or kw:, tag:), type:raw,\n"
                    "type:heic, edited:yes. Quote values with blanks: camera:\"EOS R5\". A rating or iso\n"
-                   "comparison that is not a whole number is ignored.\n\n"
+                   "comparison with a value that is not a whole number compares with 0.\n\n"
                    "  --min-rating N   at least N stars (0 to 5)\n"
                    "  --flag F         any, picks, rejects, unflagged or notRejected\n"
                    "  --label KEY      red, yellow, green, blue or purple; repeat for several\n"

@@ -55,6 +55,8 @@ TEST_F(OrganizeCliTest, ListFiltersSortsAndSearches) {
   EXPECT_EQ(listed({"--label", "blue", "--label", "red"}), (Ids{2, 3, 4}));
   EXPECT_EQ(listed({"--label", "red,blue", "--flag", "rejects"}), (Ids{3}));
   EXPECT_EQ(listed({"--edited"}), (Ids{}));
+  // A comparison that is not a number compares with 0: only unrated photos.
+  EXPECT_EQ(listed({"rating:abc"}), (Ids{2, 4}));
 }
 
 TEST_F(OrganizeCliTest, ListTextShowsOneLinePerPhotoAndFoldersMayBeRelative) {

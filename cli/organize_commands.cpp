@@ -3,8 +3,8 @@
 //
 // Commands that take photo ids check them all before changing anything: an
 // id that is not in the catalog is an error (exit 1) naming the missing ids,
-// and nothing is written. Malformed values (a rating of 7, an unknown label,
-// flag or sort key) are usage errors (exit 2).
+// and nothing is written. Malformed values (a rating that is not a number, an
+// unknown label, flag or sort key) are usage errors (exit 2).
 
 #include <algorithm>
 #include <sstream>
@@ -146,15 +146,17 @@ int list(Context& ctx, const Arguments& args) {
 int rate(Context& ctx, const Arguments& args) {
   requireCount(args, 2, "rate IDS N");
   Ids ids = idsAt(args, 0, "rate");
-  std::int64_t rating = parseInteger(args.positional[1], "rating");
-  if (rating < 0 || rating > 5) throw UsageError("a rating is 0 to 5 stars, not " + args.positional[1]);
+  // Out of range is not an error: the catalog clamps a rating to 0...5,
+  // so 7 stores 5 and -2 stores 0, and the output shows what was stored.
+  const int rating =
+      static_cast<int>(std::clamp<std::int64_t>(parseInteger(args.positional[1], "rating"), 0, 5));
   PhotoLibrary& library = ctx.library();
   requirePhotos(library, ids);
-  library.setRating(ids, static_cast<int>(rating));
+  library.setRating(ids, rating);
   if (ctx.json) {
     ctx.printJson({{"ids", idsJson(ids)}, {"rating", rating}});
   } else {
-    ctx.out << "Rated " << photoCount(ids.size()) << " " << stars(static_cast<int>(rating)) << "\n";
+    ctx.out << "Rated " << photoCount(ids.size()) << " " << stars(rating) << "\n";
   }
   return 0;
 }
@@ -490,7 +492,8 @@ void addOrganizeCommands(std::vector<Command>& table) {
   table.push_back({"rate",
                    "rate IDS N",
                    "Set the star rating (0 to 5) of photos",
-                   "Every id must be in the library; otherwise nothing changes.",
+                   "A rating above 5 stores 5, below 0 stores 0. Every id must be in the library;\n"
+                   "otherwise nothing changes.",
                    {},
                    rate});
   table.push_back({"flag",

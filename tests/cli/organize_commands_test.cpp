@@ -81,8 +81,8 @@ TEST_F(OrganizeCliTest, MalformedValuesExitTwoAndUnknownIdsExitOne) {
   std::string before = dump();
   expectRefused(
       2, {Args{"list", "--sort", "date"}, Args{"list", "--flag", "pick"}, Args{"list", "--label", "orange"},
-          Args{"list", "--min-rating", "6"}, Args{"list", "--collection", "abc"}, Args{"rate", "1", "6"},
-          Args{"rate", "1", "-1"}, Args{"rate", "1,x", "3"}, Args{"flag", "1", "picked"},
+          Args{"list", "--min-rating", "6"}, Args{"list", "--collection", "abc"}, Args{"rate", "1", "x"},
+          Args{"rate", "1", "4.5"}, Args{"rate", "1,x", "3"}, Args{"flag", "1", "picked"},
           Args{"label", "1", "Red"}, Args{"keyword", "add", "1", " ; , "}, Args{"keyword", "tag", "1", "sky"},
           Args{"collection", "create", "  "}, Args{"collection", "rename", "0", "x"},
           Args{"collection", "frob"}});
@@ -95,6 +95,15 @@ TEST_F(OrganizeCliTest, MalformedValuesExitTwoAndUnknownIdsExitOne) {
   EXPECT_EQ(dump(), before);
   // The missing ids are named.
   test::expectError(run({"rate", "1,8,2,9", "3"}), 1, "8, 9");
+}
+
+TEST_F(OrganizeCliTest, RatingsOutOfRangeAreClamped) {
+  EXPECT_EQ(ok({"--json", "rate", "1,2", "7"}).json(), Json::parse(R"({"ids":[1,2],"rating":5})"));
+  EXPECT_EQ(ok({"rate", "3", "-2"}).out, "Rated 1 photo \u2606\u2606\u2606\u2606\u2606\n");
+  ok({"rate", "4", "99999999999"});
+  std::vector<int> ratings;
+  for (std::int64_t id : {1, 2, 3, 4}) ratings.push_back(library.photo(id)->rating);
+  EXPECT_EQ(ratings, (std::vector<int>{5, 5, 0, 5}));
 }
 
 TEST_F(OrganizeCliTest, KeywordsAreSplitNormalisedAndCounted) {

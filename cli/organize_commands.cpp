@@ -451,6 +451,9 @@ int removePhotos(Context& ctx, const Arguments& args) {
     std::string question = ids.size() == 1
                                ? "Remove 1 photo from the library?"
                                : "Remove " + std::to_string(ids.size()) + " photos from the library?";
+    question +=
+        "\nThe photo files stay on this computer, untouched. Their ratings, keywords and edits in KUVO "
+        "Lumivale are removed.";
     if (!ctx.confirm(question)) throw CommandError("nothing was removed");
   }
   library.remove(ids);

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <iostream>
+#include <sstream>
+
 #include "tests/support/cli_run.h"
 
 using namespace lumivale;
@@ -152,6 +155,31 @@ TEST_F(OrganizeCliTest, FoldersListsRootsAndCountsAndRemoveNeedsYesOffTheTermina
   EXPECT_EQ(ok({"--json", "remove", "2,3", "-y"}).json()["removed"], Json::parse("[2,3]"));
   EXPECT_EQ(listed({}), (Ids{1, 4}));
   EXPECT_FALSE(std::filesystem::exists(thumb));
+}
+
+TEST_F(OrganizeCliTest, RemoveOnATerminalAsksFirst) {
+  struct Answer {
+    std::istringstream in;
+    std::streambuf* saved;
+    explicit Answer(const std::string& text) : in(text), saved(std::cin.rdbuf(in.rdbuf())) {}
+    ~Answer() { std::cin.rdbuf(saved); }
+  };
+  const auto remove = [&](const std::string& ids, const std::string& answer) {
+    Answer typed(answer);
+    std::ostringstream out, err;
+    int status = cli::run({"--library", folder.string(), "remove", ids}, out, err, false, true);
+    return std::pair(status, err.str());
+  };
+  const auto [refused, asked] = remove("1,2", "n\n");
+  EXPECT_EQ(refused, 1);
+  EXPECT_EQ(asked.substr(0, asked.find(" [y/N]")),
+            "Remove 2 photos from the library?\nThe photo files stay on this computer, untouched. Their "
+            "ratings, keywords and edits in KUVO Lumivale are removed.");
+  EXPECT_EQ(library.count(), 4);
+  const auto [removed, one] = remove("3", "y\n");
+  EXPECT_EQ(removed, 0);
+  EXPECT_EQ(one.rfind("Remove 1 photo from the library?\n", 0), 0u) << one;
+  EXPECT_EQ(listed({}), (Ids{1, 2, 4}));
 }
 
 }  // namespace

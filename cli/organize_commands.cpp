@@ -468,30 +468,33 @@ int removePhotos(Context& ctx, const Arguments& args) {
 }  // namespace
 
 void addOrganizeCommands(std::vector<Command>& table) {
-  table.push_back({"list",
-                   "list [SEARCH] [--min-rating N] [--flag F] [--label KEY]... [--folder PATH] [--collection "
-                   "ID] [--edited] "
-                   "[--sort KEY] [--ascending]",
-                   "List and search photos",
-                   "Prints one line per photo: id, file name, rating, flag, label, capture date and the\n"
-                   "capture summary. SEARCH may be several words; every word must match.\n"
-                   "Search words: plain words match name, camera, lens and keywords; key:value tokens\n"
-                   "filter one field: rating:>=3 (or stars:), iso:>800, flag:pick|reject, label:red,\n"
-                   "camera:canon, lens:50, name:IMG_ (or file:), keyword:sky (or kw:, tag:), type:raw,\n"
-                   "type:heic, edited:yes. Quote values with blanks: camera:\"EOS R5\". A rating or iso\n"
-                   "comparison with a value that is not a whole number compares with 0.\n\n"
-                   "  --min-rating N   at least N stars (0 to 5)\n"
-                   "  --flag F         any, picks, rejects, unflagged or notRejected\n"
-                   "  --label KEY      red, yellow, green, blue or purple; repeat for several\n"
-                   "  --folder PATH    photos in this folder and its subfolders\n"
-                   "  --collection ID  photos in this collection\n"
-                   "  --edited         only edited photos\n"
-                   "  --sort KEY       captureDate (default), importDate, name, rating, editDate, fileSize\n"
-                   "  --ascending      oldest, smallest or A first (default: newest first)\n"
-                   "With --json, prints the photo records as a JSON array.",
-                   {{"--edited", "--ascending"},
-                    {"--min-rating", "--flag", "--label", "--folder", "--collection", "--sort"}},
-                   list});
+  table.push_back(
+      {"list",
+       "list [SEARCH] [--min-rating N] [--flag F] [--label KEY]... [--folder PATH] [--collection "
+       "ID] [--edited] "
+       "[--sort KEY] [--ascending]",
+       "List and search photos",
+       std::string(searchHelp) +
+           "\n\n"
+           "Prints one line per photo: id, file name, rating, flag, label, capture date and the\n"
+           "capture summary. SEARCH may be several words; every word must match.\n"
+           "Search words: plain words match name, camera, lens and keywords; key:value tokens\n"
+           "filter one field: rating:>=3 (or stars:), iso:>800, flag:pick|reject, label:red,\n"
+           "camera:canon, lens:50, name:IMG_ (or file:), keyword:sky (or kw:, tag:), type:raw,\n"
+           "type:heic, edited:yes. Quote values with blanks: camera:\"EOS R5\". A rating or iso\n"
+           "comparison with a value that is not a whole number compares with 0.\n\n"
+           "  --min-rating N   at least N stars (0 to 5)\n"
+           "  --flag F         any, picks, rejects, unflagged or notRejected\n"
+           "  --label KEY      red, yellow, green, blue or purple; repeat for several\n"
+           "  --folder PATH    photos in this folder and its subfolders\n"
+           "  --collection ID  photos in this collection\n"
+           "  --edited         only edited photos\n"
+           "  --sort KEY       captureDate (default), importDate, name, rating, editDate, fileSize\n"
+           "  --ascending      oldest, smallest or A first (default: newest first)\n"
+           "With --json, prints the photo records as a JSON array.",
+       {{"--edited", "--ascending"},
+        {"--min-rating", "--flag", "--label", "--folder", "--collection", "--sort"}},
+       list});
   table.push_back({"rate",
                    "rate IDS N",
                    "Set the star rating (0 to 5) of photos",

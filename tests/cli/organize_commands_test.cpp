@@ -70,6 +70,11 @@ TEST_F(OrganizeCliTest, ListTextShowsOneLinePerPhotoAndFoldersMayBeRelative) {
   for (const char* part : {"2  ", "IMG_2.jpg", "\u2605\u2605\u2605\u2606\u2606", "pick", "green"})
     EXPECT_NE(out.find(part), std::string::npos) << part << " in " << out;
   EXPECT_EQ(ok({"list", "nothing-matches"}).out, "No photos.\n");
+  EXPECT_NE(
+      ok({"list", "--help"})
+          .out.find(
+              "\nSearch: words, rating:>=3, flag:pick, label:red, iso:>800, camera:canon, keyword:sky\n"),
+      std::string::npos);
 
   const auto previous = std::filesystem::current_path();
   std::filesystem::create_directories(dir / "work");

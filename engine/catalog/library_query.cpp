@@ -85,10 +85,14 @@ Comparison comparison(std::string_view value) {
       break;
     }
   }
-  if (!value.empty() && value.front() == '+') value.remove_prefix(1);
+  // One sign at most: "+5" is 5, "+-5" is not a number.
+  const bool plus = !value.empty() && value.front() == '+';
+  if (plus) value.remove_prefix(1);
   std::int64_t number = 0;
   auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
-  if (value.empty() || error != std::errc() || end != value.data() + value.size()) number = 0;
+  if (value.empty() || (plus && value.front() == '-') || error != std::errc() ||
+      end != value.data() + value.size())
+    number = 0;
   return Comparison{op, number};
 }
 

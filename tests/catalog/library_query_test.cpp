@@ -106,7 +106,8 @@ TEST(LibraryQueryTest, SearchTokensBuildTheirConditions) {
        {S{"rating:>=abc iso:>100", "rating >= ? AND iso > ?", {0, 100}}, S{"rating:>=", "rating >= ?", {0}},
         S{"stars:abc", "rating = ?", {0}},
         S{"rating:=>3 sky", "rating = ? AND " + anyField, {0, "%sky%", "%sky%", "%sky%", "%sky%"}},
-        S{"iso:4.5", "iso = ?", {0}}, S{"iso:<99999999999999999999", "iso < ?", {0}}})
+        S{"iso:4.5", "iso = ?", {0}}, S{"iso:>+-5", "iso > ?", {0}},
+        S{"iso:<99999999999999999999", "iso < ?", {0}}})
     check(c);
   // A key without a value, or no key at all, is a plain word.
   for (const char* text : {"sunset", "iso:", ":", "::", ":sky", "when:today"})

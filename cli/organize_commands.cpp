@@ -3,8 +3,8 @@
 //
 // Commands that take photo ids check them all before changing anything: an
 // id that is not in the catalog is an error (exit 1) naming the missing ids,
-// and nothing is written. Malformed values (a rating of 7, an unknown label,
-// flag or sort key) are usage errors (exit 2).
+// and nothing is written. Malformed values (a rating that is not a number, an
+// unknown label, flag or sort key) are usage errors (exit 2).
 
 #include <algorithm>
 #include <sstream>
@@ -146,15 +146,17 @@ int list(Context& ctx, const Arguments& args) {
 int rate(Context& ctx, const Arguments& args) {
   requireCount(args, 2, "rate IDS N");
   Ids ids = idsAt(args, 0, "rate");
-  std::int64_t rating = parseInteger(args.positional[1], "rating");
-  if (rating < 0 || rating > 5) throw UsageError("a rating is 0 to 5 stars, not " + args.positional[1]);
+  // Out of range is not an error: the catalog clamps a rating to 0...5,
+  // so 7 stores 5 and -2 stores 0, and the output shows what was stored.
+  const int rating =
+      static_cast<int>(std::clamp<std::int64_t>(parseInteger(args.positional[1], "rating"), 0, 5));
   PhotoLibrary& library = ctx.library();
   requirePhotos(library, ids);
-  library.setRating(ids, static_cast<int>(rating));
+  library.setRating(ids, rating);
   if (ctx.json) {
     ctx.printJson({{"ids", idsJson(ids)}, {"rating", rating}});
   } else {
-    ctx.out << "Rated " << photoCount(ids.size()) << " " << stars(static_cast<int>(rating)) << "\n";
+    ctx.out << "Rated " << photoCount(ids.size()) << " " << stars(rating) << "\n";
   }
   return 0;
 }
@@ -449,6 +451,9 @@ int removePhotos(Context& ctx, const Arguments& args) {
     std::string question = ids.size() == 1
                                ? "Remove 1 photo from the library?"
                                : "Remove " + std::to_string(ids.size()) + " photos from the library?";
+    question +=
+        "\nThe photo files stay on this computer, untouched. Their ratings, keywords and edits in KUVO "
+        "Lumivale are removed.";
     if (!ctx.confirm(question)) throw CommandError("nothing was removed");
   }
   library.remove(ids);
@@ -463,34 +468,38 @@ int removePhotos(Context& ctx, const Arguments& args) {
 }  // namespace
 
 void addOrganizeCommands(std::vector<Command>& table) {
-  table.push_back({"list",
-                   "list [SEARCH] [--min-rating N] [--flag F] [--label KEY]... [--folder PATH] [--collection "
-                   "ID] [--edited] "
-                   "[--sort KEY] [--ascending]",
-                   "List and search photos",
-                   "Prints one line per photo: id, file name, rating, flag, label, capture date and the\n"
-                   "capture summary. SEARCH may be several words; every word must match.\n"
-                   "Search words: plain words match name, camera, lens and keywords; key:value tokens\n"
-                   "filter one field: rating:>=3 (or stars:), iso:>800, flag:pick|reject, label:red,\n"
-                   "camera:canon, lens:50, name:IMG_ (or file:), keyword:sky (or kw:, tag:), type:raw,\n"
-                   "type:heic, edited:yes. Quote values with blanks: camera:\"EOS R5\". A rating or iso\n"
-                   "comparison that is not a whole number is ignored.\n\n"
-                   "  --min-rating N   at least N stars (0 to 5)\n"
-                   "  --flag F         any, picks, rejects, unflagged or notRejected\n"
-                   "  --label KEY      red, yellow, green, blue or purple; repeat for several\n"
-                   "  --folder PATH    photos in this folder and its subfolders\n"
-                   "  --collection ID  photos in this collection\n"
-                   "  --edited         only edited photos\n"
-                   "  --sort KEY       captureDate (default), importDate, name, rating, editDate, fileSize\n"
-                   "  --ascending      oldest, smallest or A first (default: newest first)\n"
-                   "With --json, prints the photo records as a JSON array.",
-                   {{"--edited", "--ascending"},
-                    {"--min-rating", "--flag", "--label", "--folder", "--collection", "--sort"}},
-                   list});
+  table.push_back(
+      {"list",
+       "list [SEARCH] [--min-rating N] [--flag F] [--label KEY]... [--folder PATH] [--collection "
+       "ID] [--edited] "
+       "[--sort KEY] [--ascending]",
+       "List and search photos",
+       std::string(searchHelp) +
+           "\n\n"
+           "Prints one line per photo: id, file name, rating, flag, label, capture date and the\n"
+           "capture summary. SEARCH may be several words; every word must match.\n"
+           "Search words: plain words match name, camera, lens and keywords; key:value tokens\n"
+           "filter one field: rating:>=3 (or stars:), iso:>800, flag:pick|reject, label:red,\n"
+           "camera:canon, lens:50, name:IMG_ (or file:), keyword:sky (or kw:, tag:), type:raw,\n"
+           "type:heic, edited:yes. Quote values with blanks: camera:\"EOS R5\". A rating or iso\n"
+           "comparison with a value that is not a whole number compares with 0.\n\n"
+           "  --min-rating N   at least N stars (0 to 5)\n"
+           "  --flag F         any, picks, rejects, unflagged or notRejected\n"
+           "  --label KEY      red, yellow, green, blue or purple; repeat for several\n"
+           "  --folder PATH    photos in this folder and its subfolders\n"
+           "  --collection ID  photos in this collection\n"
+           "  --edited         only edited photos\n"
+           "  --sort KEY       captureDate (default), importDate, name, rating, editDate, fileSize\n"
+           "  --ascending      oldest, smallest or A first (default: newest first)\n"
+           "With --json, prints the photo records as a JSON array.",
+       {{"--edited", "--ascending"},
+        {"--min-rating", "--flag", "--label", "--folder", "--collection", "--sort"}},
+       list});
   table.push_back({"rate",
                    "rate IDS N",
                    "Set the star rating (0 to 5) of photos",
-                   "Every id must be in the library; otherwise nothing changes.",
+                   "A rating above 5 stores 5, below 0 stores 0. Every id must be in the library;\n"
+                   "otherwise nothing changes.",
                    {},
                    rate});
   table.push_back({"flag",

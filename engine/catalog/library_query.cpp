@@ -68,13 +68,14 @@ struct Comparison {
   std::int64_t number;
 };
 
-// "rating:>=4" style values. A number that does not parse as a whole number
-// (rating:>=abc, rating:>=, iso:4.5) gives nothing: the token is then left
-// out of the query. Search runs as the user types, and a half-typed
-// comparison should not blank the grid on its way to a valid one; a value
-// bound as text would compare above every integer in SQLite and so show all
-// or nothing depending on the operator, which no one would expect either.
-std::optional<Comparison> comparison(std::string_view value) {
+// "rating:>=4" style values. The number is read as a whole number; text
+// that is not one (rating:>=abc, rating:>=, iso:4.5, a number too large for
+// 64 bits) counts as 0. The token still gives its one condition, as every
+// token does, and the query never fails: search runs as the user types, and
+// a half-typed comparison must not turn into an error. Binding the text
+// itself is no better: SQLite ranks every text above every integer, so the
+// result would be all or nothing depending on the operator.
+Comparison comparison(std::string_view value) {
   static constexpr std::array<std::string_view, 5> operators{">=", "<=", ">", "<", "="};
   std::string_view op = "=";
   for (std::string_view candidate : operators) {
@@ -84,10 +85,14 @@ std::optional<Comparison> comparison(std::string_view value) {
       break;
     }
   }
-  if (!value.empty() && value.front() == '+') value.remove_prefix(1);
+  // One sign at most: "+5" is 5, "+-5" is not a number.
+  const bool plus = !value.empty() && value.front() == '+';
+  if (plus) value.remove_prefix(1);
   std::int64_t number = 0;
   auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
-  if (value.empty() || error != std::errc() || end != value.data() + value.size()) return std::nullopt;
+  if (value.empty() || (plus && value.front() == '-') || error != std::errc() ||
+      end != value.data() + value.size())
+    number = 0;
   return Comparison{op, number};
 }
 
@@ -105,10 +110,9 @@ void addToken(const std::string& token, std::vector<std::string>& conditions, st
   std::string value = token.substr(colon + 1);
 
   if (key == "rating" || key == "stars" || key == "iso") {
-    auto parsed = comparison(value);
-    if (!parsed) return;
-    conditions.push_back((key == "iso" ? "iso " : "rating ") + std::string(parsed->op) + " ?");
-    params.emplace_back(parsed->number);
+    const Comparison parsed = comparison(value);
+    conditions.push_back((key == "iso" ? "iso " : "rating ") + std::string(parsed.op) + " ?");
+    params.emplace_back(parsed.number);
   } else if (key == "flag") {
     if (value == "pick" || value == "picked" || value == "picks") {
       conditions.emplace_back("flag = 1");

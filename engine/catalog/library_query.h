@@ -54,6 +54,10 @@ std::optional<FlagFilter> flagFilterFromKey(std::string_view text);
 std::optional<SortOrder> sortOrderFromKey(std::string_view text);
 std::optional<ColorLabel> colorLabelFromKey(std::string_view text);
 
+/// The filter bar's help line for the search field.
+inline constexpr const char* searchHelp =
+    "Search: words, rating:>=3, flag:pick, label:red, iso:>800, camera:canon, keyword:sky";
+
 /// SQL text to append after a SELECT ... FROM photos, and the values of its
 /// "?" parameters in order.
 struct WhereClause {

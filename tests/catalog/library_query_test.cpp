@@ -90,10 +90,9 @@ TEST(LibraryQueryTest, SearchTokensBuildTheirConditions) {
        {S{"rating:>=4 flag:pick", "rating >= ? AND flag = 1", {4}}, S{"stars:2", "rating = ?", {2}},
         S{"RATING:<=2", "rating <= ?", {2}}, S{"rating:>3", "rating > ?", {3}},
         S{"rating:=0", "rating = ?", {0}}, S{"iso:<800", "iso < ?", {800}}, S{"iso:+6400", "iso = ?", {6400}},
-        S{"iso:>=-1", "iso >= ?", {-1}}, S{"rating:=>3 sky", anyField, anyParams("sky")},
-        S{"rating:>=abc iso:>100", "iso > ?", {100}}, S{"flag:picked", "flag = 1", {}},
-        S{"flag:rejects", "flag = -1", {}}, S{"flag:none", "flag = 0", {}},
-        S{"label:red", "label = ?", {"red"}}, S{"color:blue", "label = ?", {"blue"}}})
+        S{"iso:>=-1", "iso >= ?", {-1}}, S{"flag:picked", "flag = 1", {}}, S{"flag:rejects", "flag = -1", {}},
+        S{"flag:none", "flag = 0", {}}, S{"label:red", "label = ?", {"red"}},
+        S{"color:blue", "label = ?", {"blue"}}})
     check(c);
   for (const S& c :
        {S{"camera:\"EOS R5\"", "camera LIKE ?", {"%EOS R5%"}}, S{"lens:50mm", "lens LIKE ?", {"%50mm%"}},
@@ -102,9 +101,14 @@ TEST(LibraryQueryTest, SearchTokensBuildTheirConditions) {
         S{"type:raw", "raw = 1", {}}, S{"type:HEIC", "(raw = 0 AND ext LIKE ?)", {"%heic%"}},
         S{"edited:Yes edited:1 edited:no", "edited = 1 AND edited = 1 AND edited = 0", {}}})
     check(c);
-  // Not a whole number: the comparison is left out rather than failing.
-  for (const char* text : {"rating:>=abc", "rating:>=", "iso:4.5", "iso:99999999999999999999"})
-    check({text, "", {}});
+  // Not a whole number: the token keeps its condition, compared with 0.
+  for (const S& c :
+       {S{"rating:>=abc iso:>100", "rating >= ? AND iso > ?", {0, 100}}, S{"rating:>=", "rating >= ?", {0}},
+        S{"stars:abc", "rating = ?", {0}},
+        S{"rating:=>3 sky", "rating = ? AND " + anyField, {0, "%sky%", "%sky%", "%sky%", "%sky%"}},
+        S{"iso:4.5", "iso = ?", {0}}, S{"iso:>+-5", "iso > ?", {0}},
+        S{"iso:<99999999999999999999", "iso < ?", {0}}})
+    check(c);
   // A key without a value, or no key at all, is a plain word.
   for (const char* text : {"sunset", "iso:", ":", "::", ":sky", "when:today"})
     check({text, anyField, anyParams(text)});
@@ -194,6 +198,8 @@ TEST_F(QueryCatalogTest, SearchMatchesWhatTheRulesSayAndNothingMore) {
   EXPECT_EQ(search("sea"), (Ids{quote}));
   EXPECT_EQ(search("\"EOS R5\""), (Ids{underscore}));
   EXPECT_EQ(search("rating:>=abc"), all);
+  EXPECT_EQ(search("rating:abc"), (Ids{quote}));  // a comparison that is not a number compares with 0
+  EXPECT_EQ(search("iso:>abc"), Ids{});
   EXPECT_EQ(search("\"canon"), (Ids{underscore, percent}));
   for (const char* nothing : {"iso:", ":", "'; DELETE FROM photos; --", "x' OR '1'='1"})
     EXPECT_EQ(search(nothing), Ids{}) << nothing;

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <iostream>
+#include <sstream>
+
 #include "tests/support/cli_run.h"
 
 using namespace lumivale;
@@ -55,6 +58,8 @@ TEST_F(OrganizeCliTest, ListFiltersSortsAndSearches) {
   EXPECT_EQ(listed({"--label", "blue", "--label", "red"}), (Ids{2, 3, 4}));
   EXPECT_EQ(listed({"--label", "red,blue", "--flag", "rejects"}), (Ids{3}));
   EXPECT_EQ(listed({"--edited"}), (Ids{}));
+  // A comparison that is not a number compares with 0: only unrated photos.
+  EXPECT_EQ(listed({"rating:abc"}), (Ids{2, 4}));
 }
 
 TEST_F(OrganizeCliTest, ListTextShowsOneLinePerPhotoAndFoldersMayBeRelative) {
@@ -65,6 +70,11 @@ TEST_F(OrganizeCliTest, ListTextShowsOneLinePerPhotoAndFoldersMayBeRelative) {
   for (const char* part : {"2  ", "IMG_2.jpg", "\u2605\u2605\u2605\u2606\u2606", "pick", "green"})
     EXPECT_NE(out.find(part), std::string::npos) << part << " in " << out;
   EXPECT_EQ(ok({"list", "nothing-matches"}).out, "No photos.\n");
+  EXPECT_NE(
+      ok({"list", "--help"})
+          .out.find(
+              "\nSearch: words, rating:>=3, flag:pick, label:red, iso:>800, camera:canon, keyword:sky\n"),
+      std::string::npos);
 
   const auto previous = std::filesystem::current_path();
   std::filesystem::create_directories(dir / "work");
@@ -79,8 +89,8 @@ TEST_F(OrganizeCliTest, MalformedValuesExitTwoAndUnknownIdsExitOne) {
   std::string before = dump();
   expectRefused(
       2, {Args{"list", "--sort", "date"}, Args{"list", "--flag", "pick"}, Args{"list", "--label", "orange"},
-          Args{"list", "--min-rating", "6"}, Args{"list", "--collection", "abc"}, Args{"rate", "1", "6"},
-          Args{"rate", "1", "-1"}, Args{"rate", "1,x", "3"}, Args{"flag", "1", "picked"},
+          Args{"list", "--min-rating", "6"}, Args{"list", "--collection", "abc"}, Args{"rate", "1", "x"},
+          Args{"rate", "1", "4.5"}, Args{"rate", "1,x", "3"}, Args{"flag", "1", "picked"},
           Args{"label", "1", "Red"}, Args{"keyword", "add", "1", " ; , "}, Args{"keyword", "tag", "1", "sky"},
           Args{"collection", "create", "  "}, Args{"collection", "rename", "0", "x"},
           Args{"collection", "frob"}});
@@ -93,6 +103,15 @@ TEST_F(OrganizeCliTest, MalformedValuesExitTwoAndUnknownIdsExitOne) {
   EXPECT_EQ(dump(), before);
   // The missing ids are named.
   test::expectError(run({"rate", "1,8,2,9", "3"}), 1, "8, 9");
+}
+
+TEST_F(OrganizeCliTest, RatingsOutOfRangeAreClamped) {
+  EXPECT_EQ(ok({"--json", "rate", "1,2", "7"}).json(), Json::parse(R"({"ids":[1,2],"rating":5})"));
+  EXPECT_EQ(ok({"rate", "3", "-2"}).out, "Rated 1 photo \u2606\u2606\u2606\u2606\u2606\n");
+  ok({"rate", "4", "99999999999"});
+  std::vector<int> ratings;
+  for (std::int64_t id : {1, 2, 3, 4}) ratings.push_back(library.photo(id)->rating);
+  EXPECT_EQ(ratings, (std::vector<int>{5, 5, 0, 5}));
 }
 
 TEST_F(OrganizeCliTest, KeywordsAreSplitNormalisedAndCounted) {
@@ -141,6 +160,31 @@ TEST_F(OrganizeCliTest, FoldersListsRootsAndCountsAndRemoveNeedsYesOffTheTermina
   EXPECT_EQ(ok({"--json", "remove", "2,3", "-y"}).json()["removed"], Json::parse("[2,3]"));
   EXPECT_EQ(listed({}), (Ids{1, 4}));
   EXPECT_FALSE(std::filesystem::exists(thumb));
+}
+
+TEST_F(OrganizeCliTest, RemoveOnATerminalAsksFirst) {
+  struct Answer {
+    std::istringstream in;
+    std::streambuf* saved;
+    explicit Answer(const std::string& text) : in(text), saved(std::cin.rdbuf(in.rdbuf())) {}
+    ~Answer() { std::cin.rdbuf(saved); }
+  };
+  const auto remove = [&](const std::string& ids, const std::string& answer) {
+    Answer typed(answer);
+    std::ostringstream out, err;
+    int status = cli::run({"--library", folder.string(), "remove", ids}, out, err, false, true);
+    return std::pair(status, err.str());
+  };
+  const auto [refused, asked] = remove("1,2", "n\n");
+  EXPECT_EQ(refused, 1);
+  EXPECT_EQ(asked.substr(0, asked.find(" [y/N]")),
+            "Remove 2 photos from the library?\nThe photo files stay on this computer, untouched. Their "
+            "ratings, keywords and edits in KUVO Lumivale are removed.");
+  EXPECT_EQ(library.count(), 4);
+  const auto [removed, one] = remove("3", "y\n");
+  EXPECT_EQ(removed, 0);
+  EXPECT_EQ(one.rfind("Remove 1 photo from the library?\n", 0), 0u) << one;
+  EXPECT_EQ(listed({}), (Ids{1, 2, 4}));
 }
 
 }  // namespace

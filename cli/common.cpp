@@ -53,7 +53,7 @@ void requirePhotos(PhotoLibrary& library, const Ids& ids, bool writing) {
 
 PhotoRecord existingPhoto(PhotoLibrary& library, std::int64_t id) {
   auto record = library.photo(id);
-  if (!record) throw CommandError("there is no photo with id " + std::to_string(id));
+  if (!record) throw CommandError("no photo with id " + std::to_string(id));
   return *record;
 }
 

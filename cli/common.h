@@ -33,7 +33,7 @@ std::int64_t parseRowId(const std::string& text, const std::string& what);
 /// Fails when an id is not in the catalog, naming the first ten missing ids;
 /// a `writing` command adds that nothing was changed.
 void requirePhotos(PhotoLibrary& library, const Ids& ids, bool writing = true);
-/// The photo's record, or the error "there is no photo with id `id`".
+/// The photo's record, or the error "no photo with id `id`".
 PhotoRecord existingPhoto(PhotoLibrary& library, std::int64_t id);
 
 }  // namespace lumivale::cli

@@ -7,18 +7,12 @@
 #include <filesystem>
 
 #include "cli/commands.h"
+#include "cli/common.h"
 #include "engine/catalog/photo_library.h"
 #include "engine/render/mask_files.h"
 
 namespace lumivale::cli {
 namespace {
-
-
-PhotoRecord requirePhoto(PhotoLibrary& library, std::int64_t id) {
-  auto record = library.photo(id);
-  if (!record) throw CommandError("no photo with id " + std::to_string(id));
-  return *record;
-}
 
 std::string number(double v) {
   char text[32];
@@ -50,7 +44,7 @@ int listMasks(Context& ctx, const Arguments& args) {
   if (args.positional.size() != 2) throw UsageError("expected: mask list ID");
   PhotoLibrary& library = ctx.library();
   const std::int64_t id = parseId(args.positional[1]);
-  requirePhoto(library, id);
+  existingPhoto(library, id);
   const EditSettings settings = library.settings(id);
   if (ctx.json) {
     nlohmann::json masks = nlohmann::json::array();
@@ -98,7 +92,7 @@ int importMask(Context& ctx, const Arguments& args) {
   }
   std::optional<std::string> name = args.value("--name");
   if (name && name->empty()) throw UsageError("--name needs a name");
-  requirePhoto(library, id);
+  existingPhoto(library, id);
   const MaskBitmap bitmap = maskBitmapFromImageFile(args.positional[2]);
   PhotoMask mask = smartMaskFromBitmap(bitmap, kind, name);
   EditSettings settings = library.settings(id);
@@ -120,7 +114,7 @@ int exportMask(Context& ctx, const Arguments& args) {
   if (!output || output->empty()) throw UsageError("mask export needs -o FILE.png");
   PhotoLibrary& library = ctx.library();
   const std::int64_t id = parseId(args.positional[1]);
-  const PhotoRecord record = requirePhoto(library, id);
+  const PhotoRecord record = existingPhoto(library, id);
   const EditSettings settings = library.settings(id);
   const PhotoMask& mask = settings.masks.at(findMask(settings.masks, args.positional[2]));
   const MaskBitmap bitmap = maskBitmapForExport(mask, record.width, record.height);
@@ -141,7 +135,7 @@ int deleteMask(Context& ctx, const Arguments& args) {
   if (args.positional.size() != 3) throw UsageError("expected: mask delete ID MASK_ID");
   PhotoLibrary& library = ctx.library();
   const std::int64_t id = parseId(args.positional[1]);
-  requirePhoto(library, id);
+  existingPhoto(library, id);
   EditSettings settings = library.settings(id);
   const std::size_t index = findMask(settings.masks, args.positional[2]);
   const PhotoMask removed = settings.masks[index];

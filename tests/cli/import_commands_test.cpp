@@ -54,7 +54,7 @@ TEST_F(ImportCommandsTest, ShowAndDetailsPrintTheRecordAndTheRowsInOrder) {
                            "Pixels:       24 \u00d7 16\n"})
     EXPECT_NE(out.find(line), std::string::npos) << out;
   test::expectError(run({"show", "99"}), 1);
-  EXPECT_EQ(run({"show", "99"}).err, "error: there is no photo with id 99\n");
+  EXPECT_EQ(run({"show", "99"}).err, "error: no photo with id 99\n");
   test::expectError(run({"show", "x"}), 2);
 
   const std::string details = ok({"details", "1"}).out;

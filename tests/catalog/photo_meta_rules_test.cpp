@@ -18,19 +18,7 @@ using Labels = std::vector<std::string>;
 
 namespace {
 
-// Sets the process time zone for one test and restores it afterwards.
-class TimeZone {
- public:
-  explicit TimeZone(const char* tz) {
-    if (const char* old = std::getenv("TZ")) saved = old;
-    set(tz);
-  }
-  ~TimeZone() { saved ? set(saved->c_str()) : void(unsetenv("TZ")), tzset(); }
-
- private:
-  static void set(const char* tz) { setenv("TZ", tz, 1), tzset(); }
-  std::optional<std::string> saved;
-};
+using test::TimeZone;
 
 Labels labels(const Rows& rows) {
   Labels out;

@@ -104,9 +104,13 @@ std::optional<DecoderHeader> readDecoderHeader(const std::filesystem::path& file
   header.height = vips_image_get_height(image);
   header.orientation = vips_image_get_orientation(image);
   if (header.orientation < 1 || header.orientation > 8) header.orientation = 1;
+  // The depth the file was coded with, not the one it decodes to: a 10-bit
+  // HEIF decodes into 16-bit samples.
   int bits = 0;
-  if (vips_image_get_typeof(image, "bits-per-sample") && vips_image_get_int(image, "bits-per-sample", &bits) == 0 &&
-      bits > 0) {
+  auto storedBits = [&](const char* field) {
+    return vips_image_get_typeof(image, field) && vips_image_get_int(image, field, &bits) == 0 && bits > 0;
+  };
+  if (storedBits("heif-bitdepth") || storedBits("bits-per-sample")) {
     header.depth = bits;
   } else {
     header.depth = bitsOf(vips_image_get_format(image));

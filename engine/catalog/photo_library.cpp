@@ -1,5 +1,7 @@
 #include "engine/catalog/photo_library.h"
 
+#include <algorithm>
+#include <climits>
 #include <system_error>
 
 namespace lumivale {
@@ -52,6 +54,11 @@ INSERT OR IGNORE INTO meta(key, value) VALUES('format', 'KUVO Lumivale library 1
 std::int64_t intAt(const SQLRow& row, std::size_t i) {
   return i < row.size() ? row[i].intValue().value_or(0) : 0;
 }
+// A 32-bit record field: a damaged value beyond its range saturates
+// rather than wrapping round to an unrelated number or changing sign.
+int smallIntAt(const SQLRow& row, std::size_t i) {
+  return static_cast<int>(std::clamp<std::int64_t>(intAt(row, i), INT_MIN, INT_MAX));
+}
 double doubleAt(const SQLRow& row, std::size_t i) {
   return i < row.size() ? row[i].doubleValue().value_or(0) : 0;
 }
@@ -87,18 +94,18 @@ PhotoRecord PhotoLibrary::record(const SQLRow& row) {
   r.name = stringAt(row, 3);
   r.ext = stringAt(row, 4);
   r.fileSize = intAt(row, 5);
-  r.width = static_cast<int>(intAt(row, 6));
-  r.height = static_cast<int>(intAt(row, 7));
+  r.width = smallIntAt(row, 6);
+  r.height = smallIntAt(row, 7);
   r.captureDate = optionalDoubleAt(row, 8);
   r.importDate = doubleAt(row, 9);
   r.camera = stringAt(row, 10);
   r.lens = stringAt(row, 11);
-  r.iso = static_cast<int>(intAt(row, 12));
+  r.iso = smallIntAt(row, 12);
   r.shutter = doubleAt(row, 13);
   r.aperture = doubleAt(row, 14);
   r.focalLength = doubleAt(row, 15);
-  r.rating = static_cast<int>(intAt(row, 16));
-  r.flag = static_cast<int>(intAt(row, 17));
+  r.rating = smallIntAt(row, 16);
+  r.flag = smallIntAt(row, 17);
   r.label = stringAt(row, 18);
   r.isRaw = intAt(row, 19) != 0;
   r.edited = intAt(row, 20) != 0;

@@ -141,7 +141,8 @@ std::string cameraName(std::string_view make, std::string_view model) {
   std::string_view firstWord = make.substr(0, make.find(' '));
   std::string lowerModel = lowerAscii(model);
   if (lowerModel.rfind(lowerAscii(firstWord), 0) == 0) return std::string(model);
-  if (model.empty()) return std::string(make);
+  // Make, blank, model even when the model is missing: the catalog's camera
+  // names follow one rule without exceptions.
   return std::string(make) + " " + std::string(model);
 }
 

@@ -56,8 +56,8 @@ std::optional<double> exifDate(std::string_view text);
 
 /// The camera name shown for a make and model: the model alone when it
 /// already begins with the make's first word (case-insensitive, so "Canon" +
-/// "Canon EOS R5" is not doubled), else "make model"; the model alone when
-/// there is no make, the make alone when there is no model.
+/// "Canon EOS R5" is not doubled), else "make model" (so a make without a
+/// model ends in a blank); the model alone when there is no make.
 std::string cameraName(std::string_view make, std::string_view model);
 
 /// The meta of a RAW file from its container directory (no file size).

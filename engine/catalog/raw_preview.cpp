@@ -73,9 +73,9 @@ std::string exifText(const Exiv2::ExifData& exif, const char* key) {
   return trimmed(it->toString());
 }
 
-// The maker and model as the file spells them (LibRaw shortens both, "NIKON
-// CORPORATION" to "Nikon"), the lens when LibRaw found none, and the further
-// previews. Failures leave `info` as LibRaw filled it.
+// The maker, model and original date as the file spells them (LibRaw
+// shortens both names, "NIKON CORPORATION" to "Nikon"), the lens when LibRaw
+// found none, and the further previews. Failures leave `info` as LibRaw filled it.
 void addExiv2Facts(const std::filesystem::path& file, RawInfo& info) {
   try {
     auto image = Exiv2::ImageFactory::open(file.string());
@@ -85,7 +85,11 @@ void addExiv2Facts(const std::filesystem::path& file, RawInfo& info) {
     if (std::string make = exifText(exif, "Exif.Image.Make"); !make.empty()) info.make = make;
     if (std::string model = exifText(exif, "Exif.Image.Model"); !model.empty()) info.model = model;
     if (info.lens.empty()) info.lens = exifText(exif, "Exif.Photo.LensModel");
-    if (info.dateOriginal.empty()) info.dateOriginal = exifText(exif, "Exif.Photo.DateTimeOriginal");
+    // The date text as stored: LibRaw keeps only a time stamp made through the
+    // local clock, whose text differs for an hour that summer time skips.
+    if (std::string date = exifText(exif, "Exif.Photo.DateTimeOriginal"); !date.empty()) {
+      info.dateOriginal = date;
+    }
 
     Exiv2::PreviewManager manager(*image);
     for (const Exiv2::PreviewProperties& p : manager.getPreviewProperties()) {

@@ -130,7 +130,8 @@ TEST(ImagePropertiesTest, ReadsEveryFactWrittenIntoAJpegTiffPngAndHeic) {
                                       {"b.tiff", 16, 1u},
                                       {"c.png", 8, 1u},
                                       {"d.png", 16, 1u},
-                                      {"e.heic", 8, 0u}}) {
+                                      {"e.heic", 8, 0u},
+                                      {"f.heic", 10, 0u}}) {
     test::writePhoto(dir / name, 40, 30, some, bits);
     const auto q = readImageProperties(dir / name);
     ASSERT_TRUE(q) << name;

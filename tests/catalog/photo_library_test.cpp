@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cmath>
 
 #include "engine/catalog/library_location.h"
@@ -84,6 +85,11 @@ TEST(PhotoLibraryTest, RecordMapsEveryColumnAndDefaultsNullsAndOddValues) {
   row[1] = SQLValue(Blob{'a'});         // a blob where text belongs reads as empty
   r = PhotoLibrary::record(row);
   EXPECT_EQ(std::tuple(r.width, r.shutter, r.path), std::tuple(640, 2.0, ""));
+  // Integers beyond the record's fields saturate instead of wrapping round.
+  row[6] = SQLValue(std::int64_t{4294967296}), row[7] = SQLValue(-3e12);
+  row[12] = SQLValue(std::int64_t{99999999999});
+  r = PhotoLibrary::record(row);
+  EXPECT_EQ(std::tuple(r.width, r.height, r.iso), std::tuple(INT_MAX, INT_MIN, INT_MAX));
 }
 
 TEST(PhotoLibraryTest, FolderBelowAFileAndANonDatabaseFileAreRefusedAndKept) {

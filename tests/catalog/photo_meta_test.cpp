@@ -44,6 +44,12 @@ TEST(RawPreviewTest, ReadsTheFactsTurnsTheSizeAndListsTheEmbeddedPreview) {
   ASSERT_LE(preview->offset + preview->length, static_cast<std::int64_t>(bytes.size()));
   EXPECT_EQ(bytes.substr(preview->offset, 2), "\xff\xd8");
   EXPECT_EQ(bytes.substr(preview->offset + preview->length - 2, 2), "\xff\xd9");
+
+  // The date text as the file stores it, even an hour that the local clock
+  // skipped when summer time began.
+  test::TimeZone berlin("CET-1CEST,M3.5.0,M10.5.0/3");
+  test::writeDng(dir / "c.dng", {.dateTimeOriginal = "2023:03:26 02:30:00"});
+  EXPECT_EQ(RawPreview::info(dir / "c.dng").value_or(RawInfo{}).dateOriginal, "2023:03:26 02:30:00");
 }
 
 TEST(RawPreviewTest, ReadsATiffBasedRawWithoutDngTags) {

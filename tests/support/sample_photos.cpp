@@ -82,7 +82,7 @@ void writePhoto(const std::filesystem::path& file, int width, int height, const 
   initLibraries();
   if (file.has_parent_path()) std::filesystem::create_directories(file.parent_path());
   std::string ext = lowerExtension(file);
-  vips::VImage image = gradient(width, height, bitsPerSample);
+  vips::VImage image = gradient(width, height, bitsPerSample > 8 ? 16 : 8);
   Exiv2::ExifData exif = exifOf(tags);
 
   if (ext == ".heic" || ext == ".heif") {
@@ -96,7 +96,10 @@ void writePhoto(const std::filesystem::path& file, int width, int height, const 
       // The saver reads the block from its worker threads: vips gets its own copy.
       vips_image_set_blob_copy(image.get_image(), VIPS_META_EXIF_NAME, block.data(), block.size());
     }
-    image.heifsave(file.c_str(), vips::VImage::option()->set("Q", 50)->set("compression", VIPS_FOREIGN_HEIF_COMPRESSION_HEVC));
+    image.heifsave(file.c_str(), vips::VImage::option()
+                                     ->set("Q", 50)
+                                     ->set("compression", VIPS_FOREIGN_HEIF_COMPRESSION_HEVC)
+                                     ->set("bitdepth", bitsPerSample > 8 ? bitsPerSample : 8));
     return;
   }
   // Saved without vips' own metadata, so what the file carries is only what

@@ -28,7 +28,8 @@ struct SampleTags {
 
 /// Writes a `width` × `height` RGB picture (a gradient) in the format named
 /// by the file's extension (jpg/jpeg, tif/tiff, png, heic/heif) and embeds
-/// `tags`. `bitsPerSample` 16 writes a 16-bit TIFF or PNG.
+/// `tags`. `bitsPerSample` 16 writes a 16-bit TIFF or PNG, 10 or 12 a HEIC
+/// of that depth.
 void writePhoto(const std::filesystem::path& file, int width, int height, const SampleTags& tags = {},
                 int bitsPerSample = 8);
 

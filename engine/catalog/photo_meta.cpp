@@ -53,20 +53,7 @@ int daysInMonth(int year, int month) {
   return month == 2 && isLeapYear(year) ? 29 : days[month - 1];
 }
 
-// A number with `decimals` digits after the point, always with a point
-// whatever the process locale (a GUI toolkit may have set one with commas).
-std::string fixed(double value, int decimals, bool withSign = false) {
-  char text[400];
-  auto [end, error] = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, decimals);
-  if (error != std::errc()) return {};
-  std::string out(text, end);
-  if (withSign && out[0] != '-') out.insert(0, "+");
-  return out;
-}
-
-std::string nearestMillimetres(double focal) {
-  return std::to_string(std::lround(focal)) + " mm";
-}
+std::string nearestMillimetres(double focal) { return std::to_string(std::lround(focal)) + " mm"; }
 
 std::string pixelSize(int width, int height) {
   return std::to_string(width) + " \u00d7 " + std::to_string(height);
@@ -187,7 +174,7 @@ std::vector<DetailRow> detailRowsFrom(const RawInfo& info, const std::string& ex
   rows.add("Lens", info.lens);
   rows.add("Taken", info.dateOriginal);
   if (info.exposure > 0) rows.add("Shutter speed", formatShutter(info.exposure));
-  if (info.fNumber > 0) rows.add("Aperture", "f/" + fixed(info.fNumber, 1));
+  if (info.fNumber > 0) rows.add("Aperture", "f/" + formatFixed(info.fNumber, 1));
   if (info.iso >= 1) rows.add("ISO", std::to_string(info.iso));
   if (info.focal > 0) rows.add("Focal length", nearestMillimetres(info.focal));
   rows.add("Sensor size", pixelSize(info.width, info.height));
@@ -202,11 +189,11 @@ std::vector<DetailRow> detailRowsFrom(const ImageProperties& p) {
   rows.add("Lens", p.lensModel);
   rows.add("Taken", p.dateTimeOriginal);
   if (p.exposureTime && *p.exposureTime > 0) rows.add("Shutter speed", formatShutter(*p.exposureTime));
-  if (p.fNumber) rows.add("Aperture", "f/" + fixed(*p.fNumber, 1));
+  if (p.fNumber) rows.add("Aperture", "f/" + formatFixed(*p.fNumber, 1));
   rows.addNumber("ISO", p.iso);
   if (p.focalLength) rows.add("Focal length", nearestMillimetres(*p.focalLength));
   if (p.focalLength35) rows.add("35 mm equivalent", plainNumber(*p.focalLength35) + " mm");
-  if (p.exposureBias) rows.add("Exposure compensation", fixed(*p.exposureBias, 1, true) + " EV");
+  if (p.exposureBias) rows.add("Exposure compensation", formatFixed(*p.exposureBias, 1, true) + " EV");
   if (p.flash) rows.add("Flash", std::string((*p.flash & 1) ? "Fired" : "Did not fire"));
   if (p.whiteBalance) rows.add("White balance", std::string(*p.whiteBalance == 0 ? "Auto" : "Manual"));
   rows.addNumber("Metering", p.meteringMode);
@@ -219,7 +206,8 @@ std::vector<DetailRow> detailRowsFrom(const ImageProperties& p) {
   if (p.latitude && p.longitude) {
     std::string latRef = p.latitudeRef && !p.latitudeRef->empty() ? *p.latitudeRef : "N";
     std::string lonRef = p.longitudeRef && !p.longitudeRef->empty() ? *p.longitudeRef : "E";
-    rows.add("GPS", fixed(*p.latitude, 5) + "\u00b0 " + latRef + ", " + fixed(*p.longitude, 5) + "\u00b0 " + lonRef);
+    rows.add("GPS", formatFixed(*p.latitude, 5) + "\u00b0 " + latRef + ", " + formatFixed(*p.longitude, 5) +
+                        "\u00b0 " + lonRef);
   }
   return std::move(rows.rows);
 }

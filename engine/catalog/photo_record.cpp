@@ -1,21 +1,25 @@
 #include "engine/catalog/photo_record.h"
 
+#include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <vector>
 
 namespace lumivale {
 
+std::string formatFixed(double value, int decimals, bool withSign) {
+  if (!std::isfinite(value)) return {};
+  char text[400];
+  auto [end, error] = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, decimals);
+  if (error != std::errc()) return {};
+  std::string out(text, end);
+  if (withSign && out[0] != '-') out.insert(0, "+");
+  return out;
+}
+
 std::string formatShutter(double seconds) {
   if (!(seconds > 0)) return {};
-  char text[64];
-  if (seconds < 1) {
-    double denominator = std::round(1.0 / seconds);  // halves away from zero
-    std::snprintf(text, sizeof text, "1/%.0f s", denominator);
-  } else {
-    std::snprintf(text, sizeof text, "%.1f s", seconds);
-  }
-  return text;
+  if (seconds < 1) return "1/" + formatFixed(std::round(1.0 / seconds), 0) + " s";  // halves away from zero
+  return formatFixed(seconds, 1) + " s";
 }
 
 std::string PhotoRecord::shutterText() const { return formatShutter(shutter); }
@@ -24,15 +28,8 @@ std::string PhotoRecord::summary() const {
   std::vector<std::string> parts;
   if (iso >= 1) parts.push_back("ISO " + std::to_string(iso));
   if (std::string s = shutterText(); !s.empty()) parts.push_back(s);
-  char text[64];
-  if (aperture > 0) {
-    std::snprintf(text, sizeof text, "f/%.1f", aperture);
-    parts.emplace_back(text);
-  }
-  if (focalLength > 0) {
-    std::snprintf(text, sizeof text, "%.0f mm", std::round(focalLength));
-    parts.emplace_back(text);
-  }
+  if (aperture > 0) parts.push_back("f/" + formatFixed(aperture, 1));
+  if (focalLength > 0) parts.push_back(formatFixed(std::round(focalLength), 0) + " mm");
   std::string joined;
   for (std::size_t i = 0; i < parts.size(); ++i) {
     if (i) joined += "  \u00b7  ";

@@ -22,12 +22,12 @@ struct PhotoRecord {
   std::string camera;
   std::string lens;
   int iso = 0;
-  double shutter = 0;  ///< exposure time in seconds
-  double aperture = 0;  ///< f-number
+  double shutter = 0;      ///< exposure time in seconds
+  double aperture = 0;     ///< f-number
   double focalLength = 0;  ///< millimetres
-  int rating = 0;  ///< stars 0 to 5
-  int flag = 0;  ///< 1 pick, 0 none, -1 reject
-  std::string label;  ///< colour label key or empty
+  int rating = 0;          ///< stars 0 to 5
+  int flag = 0;            ///< 1 pick, 0 none, -1 reject
+  std::string label;       ///< colour label key or empty
   bool isRaw = false;
   bool edited = false;
   std::optional<double> editDate;
@@ -43,5 +43,10 @@ struct PhotoRecord {
 
 /// Formats an exposure time in seconds as the catalog shows it; empty for 0 or less.
 std::string formatShutter(double seconds);
+
+/// `value` with `decimals` digits after a point, "+" before a positive value
+/// when `withSign`. Always a point, whatever the process locale (a GUI
+/// toolkit may have chosen one that writes commas); empty for NaN or ±∞.
+std::string formatFixed(double value, int decimals, bool withSign = false);
 
 }  // namespace lumivale

@@ -131,12 +131,12 @@ int list(Context& ctx, const Arguments& args) {
   for (const PhotoRecord& r : photos) {
     std::string id = std::to_string(r.id);
     std::string flag = flagText(r.flag);
-    ctx.out << std::string(idWidth - id.size(), ' ') << id << "  " << padded(r.name, nameWidth) << "  "
-            << stars(r.rating) << "  " << padded(flag.empty() ? "-" : flag, 6) << "  "
-            << padded(r.label.empty() ? "-" : r.label, 6) << "  " << padded(localTimeText(r.captureDate), 19);
-    std::string summary = r.summary();
-    if (!summary.empty()) ctx.out << "  " << summary;
-    ctx.out << "\n";
+    std::string line = std::string(idWidth - id.size(), ' ') + id + "  " + padded(r.name, nameWidth) + "  " +
+                       stars(r.rating) + "  " + padded(flag.empty() ? "-" : flag, 6) + "  " +
+                       padded(r.label.empty() ? "-" : r.label, 6) + "  " +
+                       padded(localTimeText(r.captureDate), 19) + "  " + r.summary();
+    line.erase(line.find_last_not_of(' ') + 1);  // no padding after the last column
+    ctx.out << line << "\n";
   }
   return 0;
 }

@@ -65,8 +65,10 @@ TEST_F(OrganizeCliTest, ListFiltersSortsAndSearches) {
 TEST_F(OrganizeCliTest, ListTextShowsOneLinePerPhotoAndFoldersMayBeRelative) {
   for (const Args& args : {Args{"rate", "2", "3"}, Args{"flag", "2", "pick"}, Args{"label", "2", "green"}})
     ok(args);
+  library.db().run("UPDATE photos SET capture = NULL WHERE id = 2");  // a "-" date, no summary
   const std::string out = ok({"list", "IMG_2"}).out;
   EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1);
+  EXPECT_EQ(out.substr(out.size() - 4), "  -\n") << "no padding after the last column";
   for (const char* part : {"2  ", "IMG_2.jpg", "\u2605\u2605\u2605\u2606\u2606", "pick", "green"})
     EXPECT_NE(out.find(part), std::string::npos) << part << " in " << out;
   EXPECT_EQ(ok({"list", "nothing-matches"}).out, "No photos.\n");

@@ -53,8 +53,6 @@ int daysInMonth(int year, int month) {
   return month == 2 && isLeapYear(year) ? 29 : days[month - 1];
 }
 
-std::string nearestMillimetres(double focal) { return std::to_string(std::lround(focal)) + " mm"; }
-
 std::string pixelSize(int width, int height) {
   return std::to_string(width) + " \u00d7 " + std::to_string(height);
 }
@@ -176,7 +174,7 @@ std::vector<DetailRow> detailRowsFrom(const RawInfo& info, const std::string& ex
   if (info.exposure > 0) rows.add("Shutter speed", formatShutter(info.exposure));
   if (info.fNumber > 0) rows.add("Aperture", "f/" + formatFixed(info.fNumber, 1));
   if (info.iso >= 1) rows.add("ISO", std::to_string(info.iso));
-  if (info.focal > 0) rows.add("Focal length", nearestMillimetres(info.focal));
+  if (info.focal > 0) rows.add("Focal length", formatMillimetres(info.focal));
   rows.add("Sensor size", pixelSize(info.width, info.height));
   rows.add("File type", "RAW (" + upperAscii(extension) + ")");
   return std::move(rows.rows);
@@ -191,7 +189,7 @@ std::vector<DetailRow> detailRowsFrom(const ImageProperties& p) {
   if (p.exposureTime && *p.exposureTime > 0) rows.add("Shutter speed", formatShutter(*p.exposureTime));
   if (p.fNumber) rows.add("Aperture", "f/" + formatFixed(*p.fNumber, 1));
   rows.addNumber("ISO", p.iso);
-  if (p.focalLength) rows.add("Focal length", nearestMillimetres(*p.focalLength));
+  if (p.focalLength) rows.add("Focal length", formatMillimetres(*p.focalLength));
   if (p.focalLength35) rows.add("35 mm equivalent", plainNumber(*p.focalLength35) + " mm");
   if (p.exposureBias) rows.add("Exposure compensation", formatFixed(*p.exposureBias, 1, true) + " EV");
   if (p.flash) rows.add("Flash", std::string((*p.flash & 1) ? "Fired" : "Did not fire"));

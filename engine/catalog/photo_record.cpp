@@ -22,6 +22,8 @@ std::string formatShutter(double seconds) {
   return formatFixed(seconds, 1) + " s";
 }
 
+std::string formatMillimetres(double focalLength) { return formatFixed(std::round(focalLength), 0) + " mm"; }
+
 std::string PhotoRecord::shutterText() const { return formatShutter(shutter); }
 
 std::string PhotoRecord::summary() const {
@@ -29,7 +31,7 @@ std::string PhotoRecord::summary() const {
   if (iso >= 1) parts.push_back("ISO " + std::to_string(iso));
   if (std::string s = shutterText(); !s.empty()) parts.push_back(s);
   if (aperture > 0) parts.push_back("f/" + formatFixed(aperture, 1));
-  if (focalLength > 0) parts.push_back(formatFixed(std::round(focalLength), 0) + " mm");
+  if (focalLength > 0) parts.push_back(formatMillimetres(focalLength));
   std::string joined;
   for (std::size_t i = 0; i < parts.size(); ++i) {
     if (i) joined += "  \u00b7  ";

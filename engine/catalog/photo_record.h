@@ -44,6 +44,9 @@ struct PhotoRecord {
 /// Formats an exposure time in seconds as the catalog shows it; empty for 0 or less.
 std::string formatShutter(double seconds);
 
+/// A focal length to the nearest millimetre, halves away from zero: "35 mm".
+std::string formatMillimetres(double focalLength);
+
 /// `value` with `decimals` digits after a point, "+" before a positive value
 /// when `withSign`. Always a point, whatever the process locale (a GUI
 /// toolkit may have chosen one that writes commas); empty for NaN or ±∞.

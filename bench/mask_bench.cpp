@@ -12,9 +12,9 @@
 #include <stdexcept>
 #include <string>
 
-#include "engine/render/lzfse.h"
+#include "engine/util/lzfse.h"
 #include "engine/render/mask_bitmap.h"
-#include "engine/render/mask_files.h"
+#include "engine/export/mask_export.h"
 #include "engine/render/mask_renderer.h"
 
 using namespace lumivale;

@@ -8,6 +8,7 @@
 
 #include "cli/cli.h"
 #include "engine/catalog/photo_record.h"
+#include "engine/util/text.h"
 
 namespace lumivale::cli {
 

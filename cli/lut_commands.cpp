@@ -1,18 +1,6 @@
 // The `lut` command: a photo's tone cube written as a standard .cube 3D LUT
-// text file, so a look made here can be used in video editors and other
-// tools.
-//
-// The file holds exactly the renderer's cube: input coordinates are linear
-// light in a plain 2.2 gamma (scaled by 1/4 first in the scene domain),
-// output values are the mapped linear light raised to 1/2.2. Both are said
-// in the file's comments, since .cube has no field for a transfer curve.
+// text file (engine/export/cube_file.h).
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <charconv>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -22,6 +10,8 @@
 #include "cli/common.h"
 #include "engine/catalog/photo_library.h"
 #include "engine/edit/edit_settings.h"
+#include "engine/export/cube_file.h"
+#include "engine/media/safe_file.h"
 #include "engine/render/tone_lut.h"
 #include "engine/render/tone_params.h"
 
@@ -29,9 +19,6 @@ namespace lumivale::cli {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr int smallestSize = 2;
-constexpr int largestSize = 129;
 
 // A photo's current settings: its stored edit, or the settings it starts
 // with when it was never edited.
@@ -56,102 +43,6 @@ EditSettings fileSettings(const std::string& path) {
   return EditSettings::decode(std::string_view(data));
 }
 
-// Text for the TITLE line: the quotes that delimit it and control characters
-// cannot appear inside.
-std::string titleText(std::string text) {
-  for (char& c : text) {
-    if (c == '"') c = '\'';
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = ' ';
-  }
-  return text;
-}
-
-void appendNumber(std::string& out, float value) {
-  char buffer[32];
-  auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed, 6);
-  out.append(buffer, ec == std::errc() ? end : buffer);
-}
-
-std::string cubeText(const std::vector<float>& cube, int n, LUTDomain domain, const std::string& source) {
-  std::string out;
-  out.reserve(std::size_t(n) * n * n * 27 + 1024);
-  out += "# KUVO Lumivale tone cube of " + titleText(source) + ": white balance, light, curves,\n";
-  out += "# colour mixer, vibrance, saturation, colour grading and black and white.\n";
-  out += "# Exposure, masks, detail, lens, effects and geometry are not part of it.\n";
-  if (domain == LUTDomain::display) {
-    out += "# Input (display domain): linear light 0 to 1 raised to 1/2.2, a plain 2.2\n";
-    out += "# gamma, not the sRGB curve.\n";
-  } else {
-    out += "# Input (scene domain): linear light 0 to 4, divided by 4 and raised to 1/2.2\n";
-    out += "# (a plain 2.2 gamma, not the sRGB curve), so coordinate 1 is linear 4.\n";
-  }
-  out += "# Output: linear light 0 to 1 raised to 1/2.2; raise it to 2.2 for linear light.\n";
-  out += "TITLE \"KUVO Lumivale tone, " + titleText(source) + ", output gamma 2.2\"\n";
-  out += "LUT_3D_SIZE " + std::to_string(n) + "\n";
-  out += "DOMAIN_MIN 0 0 0\n";
-  out += "DOMAIN_MAX 1 1 1\n";
-  // The cube's own entry order, red fastest, is the order .cube expects.
-  for (std::size_t e = 0; e < cube.size(); e += 4) {
-    appendNumber(out, cube[e]);
-    out += ' ';
-    appendNumber(out, cube[e + 1]);
-    out += ' ';
-    appendNumber(out, cube[e + 2]);
-    out += '\n';
-  }
-  return out;
-}
-
-// Moves `from` to `to` unless `to` exists, in one step where the file
-// system allows it, so a file that appears meanwhile is not replaced either.
-// Returns false when `to` exists.
-bool moveWithoutReplacing(const fs::path& from, const fs::path& to) {
-  if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
-  const int error = errno;
-  if (error == EEXIST) return false;
-  if (error != EINVAL && error != ENOSYS && error != ENOTSUP) {
-    throw std::system_error(error, std::generic_category());
-  }
-  // A file system without the atomic form: check, then move.
-  if (fs::exists(to)) return false;
-  fs::rename(from, to);
-  return true;
-}
-
-// Writes the whole text next to its destination first, then moves it into
-// place, so a full disk or a failed write never leaves half a file under
-// the asked-for name.
-void writeFile(const fs::path& path, const std::string& text, bool force) {
-  std::error_code error;
-  const auto status = fs::status(path, error);
-  if (fs::is_directory(status)) throw CommandError("'" + path.string() + "' is a folder");
-  if (fs::exists(status) && !force) {
-    throw CommandError("'" + path.string() + "' already exists; use --force to replace it");
-  }
-  fs::path temporary = path;
-  temporary += ".part-" + std::to_string(::getpid());
-  try {
-    {
-      std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-      if (!out) throw CommandError("cannot create '" + path.string() + "'");
-      out.write(text.data(), static_cast<std::streamsize>(text.size()));
-      out.flush();
-      if (!out) throw CommandError("cannot write '" + path.string() + "' (is the disk full?)");
-    }
-    if (force) {
-      fs::rename(temporary, path);
-    } else if (!moveWithoutReplacing(temporary, path)) {
-      throw CommandError("'" + path.string() + "' already exists; use --force to replace it");
-    }
-  } catch (const CommandError&) {
-    fs::remove(temporary, error);
-    throw;
-  } catch (const std::exception& e) {
-    fs::remove(temporary, error);
-    throw CommandError("cannot write '" + path.string() + "': " + e.what());
-  }
-}
-
 const char* domainKey(LUTDomain d) { return d == LUTDomain::scene ? "scene" : "display"; }
 
 int lutCommand(Context& ctx, const Arguments& args) {
@@ -173,9 +64,9 @@ int lutCommand(Context& ctx, const Arguments& args) {
   int size = ToneLUT::dimension;
   if (auto s = args.value("--size")) {
     const std::int64_t n = parseInteger(*s, "cube size");
-    if (n < smallestSize || n > largestSize) {
-      throw UsageError("the cube size is " + std::to_string(smallestSize) + " to " +
-                       std::to_string(largestSize) + ", not " + *s);
+    if (n < CubeFile::smallestSize || n > CubeFile::largestSize) {
+      throw UsageError("the cube size is " + std::to_string(CubeFile::smallestSize) + " to " +
+                       std::to_string(CubeFile::largestSize) + ", not " + *s);
     }
     size = static_cast<int>(n);
   }
@@ -197,14 +88,20 @@ int lutCommand(Context& ctx, const Arguments& args) {
   }
 
   const std::vector<float> cube = ToneLUT::cube(ToneParams(settings), domain, size);
-  const std::string text = cubeText(cube, size, domain, source);
+  const std::string text = CubeFile::text(cube, size, domain, source);
   const std::size_t entries = std::size_t(size) * size * size;
 
   if (!toFile) {
     ctx.out << text << std::flush;
     return 0;
   }
-  writeFile(output, text, args.has("--force"));
+  try {
+    CubeFile::write(output, text, args.has("--force"));
+  } catch (const FileExistsError&) {
+    throw CommandError("'" + output + "' already exists; use --force to replace it");
+  } catch (const MediaError& e) {
+    throw CommandError(e.what());
+  }
   if (ctx.json) {
     ctx.printJson({{"size", size},
                    {"domain", domainKey(domain)},

@@ -9,7 +9,7 @@
 #include "cli/commands.h"
 #include "cli/common.h"
 #include "engine/catalog/photo_library.h"
-#include "engine/render/mask_files.h"
+#include "engine/export/mask_export.h"
 
 namespace lumivale::cli {
 namespace {

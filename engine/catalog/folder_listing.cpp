@@ -4,7 +4,7 @@
 #include <array>
 
 #include "engine/catalog/library_location.h"
-#include "engine/catalog/photo_formats.h"
+#include "engine/media/photo_formats.h"
 #include "engine/catalog/photo_library.h"
 #include "engine/util/natural_order.h"
 

@@ -1,6 +1,7 @@
 #include "engine/catalog/library_location.h"
 
 #include "engine/catalog/folder_listing.h"
+#include "engine/util/text.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -11,13 +12,6 @@ namespace {
 std::filesystem::path homeFolder() {
   const char* home = std::getenv("HOME");
   return home && *home ? std::filesystem::path(home) : std::filesystem::path("/");
-}
-
-std::string trimmed(std::string text) {
-  while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == ' ')) {
-    text.pop_back();
-  }
-  return text;
 }
 
 }  // namespace

@@ -1,65 +1,17 @@
 #include "engine/catalog/library_query.h"
 
-#include <locale.h>
-#include <wctype.h>
-
 #include <algorithm>
 #include <array>
 #include <charconv>
 
 #include "engine/catalog/photo_library.h"
+#include "engine/util/text.h"
 #include "engine/util/utf8.h"
 
 namespace lumivale {
 namespace {
 
-// White space as people type it: ASCII blanks and line breaks, and the
-// Unicode spaces a phone keyboard or a pasted text may bring along.
-bool isWhiteSpace(char32_t c) {
-  switch (c) {
-    case U' ':
-    case U'\t':
-    case U'\n':
-    case U'\v':
-    case U'\f':
-    case U'\r':
-    case 0x85:
-    case 0xA0:
-    case 0x1680:
-    case 0x2028:
-    case 0x2029:
-    case 0x202F:
-    case 0x205F:
-    case 0x3000:
-      return true;
-    default:
-      return c >= 0x2000 && c <= 0x200A;
-  }
-}
-
-// The C.UTF-8 locale carries the full Unicode case tables; it is made once
-// and only read afterwards, so it is safe to share between threads.
-locale_t caseLocale() {
-  static locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", locale_t(nullptr));
-  return locale;
-}
-
-char32_t lowerOf(char32_t c) {
-  if (c < 0x80) return c >= U'A' && c <= U'Z' ? c + 32 : c;
-  locale_t locale = caseLocale();
-  if (!locale) return c;
-  return static_cast<char32_t>(towlower_l(static_cast<wint_t>(c), locale));
-}
-
 // ---- Search tokens ---------------------------------------------------------
-
-std::string asciiLower(std::string_view text) {
-  std::string out(text);
-  for (char& c : out) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
-  }
-  return out;
-}
 
 std::string contains(std::string_view value) { return "%" + std::string(value) + "%"; }
 
@@ -106,7 +58,7 @@ void addToken(const std::string& token, std::vector<std::string>& conditions, st
   };
   auto colon = token.find(':');
   if (colon == std::string::npos || colon + 1 == token.size()) return plainWord();
-  std::string key = asciiLower(std::string_view(token).substr(0, colon));
+  std::string key = asciiLowercased(std::string_view(token).substr(0, colon));
   std::string value = token.substr(colon + 1);
 
   if (key == "rating" || key == "stars" || key == "iso") {
@@ -410,44 +362,6 @@ std::vector<std::string> LibraryQuery::tokens(std::string_view text) {
   }
   if (!current.empty()) result.push_back(std::move(current));
   return result;
-}
-
-// ---- Text ------------------------------------------------------------------
-
-std::string lowercased(std::string_view text) {
-  std::string out;
-  out.reserve(text.size());
-  for (std::size_t i = 0; i < text.size();) {
-    Utf8Char c = decodeUtf8(text, i);
-    if (c.valid) {
-      appendUtf8(out, lowerOf(c.value));
-    } else {
-      out += text[i];
-    }
-    i += c.length;
-  }
-  return out;
-}
-
-std::string trimmed(std::string_view text) {
-  std::size_t begin = 0;
-  std::size_t end = text.size();
-  while (begin < end) {
-    Utf8Char c = decodeUtf8(text, begin);
-    if (!c.valid || !isWhiteSpace(c.value)) break;
-    begin += c.length;
-  }
-  // Walk back to the start of the last sequence: continuation bytes are
-  // 10xxxxxx, so the lead byte is the last one that is not.
-  while (end > begin) {
-    std::size_t start = end - 1;
-    while (start > begin && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80 && end - start < 4)
-      --start;
-    Utf8Char c = decodeUtf8(text, start);
-    if (!c.valid || start + c.length != end || !isWhiteSpace(c.value)) break;
-    end = start;
-  }
-  return std::string(text.substr(begin, end - begin));
 }
 
 // ---- Running it ------------------------------------------------------------

@@ -93,12 +93,4 @@ struct LibraryQuery {
   static std::vector<std::string> tokens(std::string_view text);
 };
 
-/// Unicode lower-casing of UTF-8 text (bytes that are not valid UTF-8 are
-/// kept as they are). Keywords are stored this way.
-std::string lowercased(std::string_view text);
-
-/// The text without white space and line breaks (Unicode ones included) at
-/// either end.
-std::string trimmed(std::string_view text);
-
 }  // namespace lumivale

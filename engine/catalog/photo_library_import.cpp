@@ -12,7 +12,7 @@
 #include <unordered_set>
 
 #include "engine/catalog/folder_listing.h"
-#include "engine/catalog/photo_formats.h"
+#include "engine/media/photo_formats.h"
 #include "engine/catalog/photo_library.h"
 #include "engine/catalog/photo_meta.h"
 #include "engine/util/clock.h"

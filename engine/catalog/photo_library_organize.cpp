@@ -6,6 +6,7 @@
 
 #include "engine/catalog/photo_library.h"
 #include "engine/util/clock.h"
+#include "engine/util/text.h"
 
 namespace lumivale {
 namespace {

@@ -4,37 +4,14 @@
 #include <cmath>
 #include <ctime>
 
-#include "engine/catalog/image_properties.h"
-#include "engine/catalog/photo_formats.h"
+#include "engine/media/image_properties.h"
+#include "engine/media/photo_formats.h"
 #include "engine/catalog/photo_record.h"
-#include "engine/catalog/raw_preview.h"
+#include "engine/media/raw_preview.h"
+#include "engine/util/text.h"
 
 namespace lumivale {
 namespace {
-
-bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f'; }
-
-std::string_view trimmedView(std::string_view text) {
-  while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
-  while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
-  return text;
-}
-
-std::string lowerAscii(std::string_view text) {
-  std::string out(text);
-  for (char& c : out) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return out;
-}
-
-std::string upperAscii(std::string_view text) {
-  std::string out(text);
-  for (char& c : out) {
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  }
-  return out;
-}
 
 // Reads exactly `digits` decimal digits at `at`.
 std::optional<int> digitsAt(std::string_view text, std::size_t at, std::size_t digits) {
@@ -92,7 +69,8 @@ std::string plainNumber(double value) {
 }
 
 std::optional<double> exifDate(std::string_view text) {
-  text = trimmedView(text);
+  const std::string owned = trimmed(text);
+  text = owned;
   // "yyyy:MM:dd HH:mm:ss": every field has its fixed width and separator.
   if (text.size() != 19 || text[4] != ':' || text[7] != ':' || text[10] != ' ' || text[13] != ':' ||
       text[16] != ':') {
@@ -121,11 +99,12 @@ std::optional<double> exifDate(std::string_view text) {
 }
 
 std::string cameraName(std::string_view make, std::string_view model) {
-  make = trimmedView(make);
-  model = trimmedView(model);
+  const std::string ownedMake = trimmed(make), ownedModel = trimmed(model);
+  make = ownedMake;
+  model = ownedModel;
   std::string_view firstWord = make.substr(0, make.find(' '));
-  std::string lowerModel = lowerAscii(model);
-  if (lowerModel.rfind(lowerAscii(firstWord), 0) == 0) return std::string(model);
+  std::string lowerModel = asciiLowercased(model);
+  if (lowerModel.rfind(asciiLowercased(firstWord), 0) == 0) return std::string(model);
   // Make, blank, model even when the model is missing: the catalog's camera
   // names follow one rule without exceptions.
   return std::string(make) + " " + std::string(model);
@@ -159,8 +138,8 @@ PhotoMeta photoMetaFrom(const ImageProperties& p) {
   meta.aperture = p.fNumber.value_or(0);
   meta.focal = p.focalLength.value_or(0);
   for (const std::string& keyword : p.keywords) {
-    std::string_view word = trimmedView(keyword);
-    if (!word.empty()) meta.keywords.emplace_back(word);
+    std::string word = trimmed(keyword);
+    if (!word.empty()) meta.keywords.push_back(std::move(word));
   }
   return meta;
 }
@@ -176,7 +155,7 @@ std::vector<DetailRow> detailRowsFrom(const RawInfo& info, const std::string& ex
   if (info.iso >= 1) rows.add("ISO", std::to_string(info.iso));
   if (info.focal > 0) rows.add("Focal length", formatMillimetres(info.focal));
   rows.add("Sensor size", pixelSize(info.width, info.height));
-  rows.add("File type", "RAW (" + upperAscii(extension) + ")");
+  rows.add("File type", "RAW (" + asciiUppercased(extension) + ")");
   return std::move(rows.rows);
 }
 

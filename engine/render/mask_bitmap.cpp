@@ -5,7 +5,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "engine/render/lzfse.h"
+#include "engine/util/lzfse.h"
 
 namespace lumivale {
 

@@ -4,7 +4,8 @@
 #include <cctype>
 #include <cmath>
 
-#include "engine/render/mask_renderer.h"
+#include "engine/media/png_file.h"
+#include "engine/media/safe_file.h"
 
 namespace lumivale {
 
@@ -22,20 +23,18 @@ bool allDigits(std::string_view text) {
 
 }  // namespace
 
-MaskBitmap maskBitmapForExport(const PhotoMask& mask, int displayWidth, int displayHeight) {
-  if (isSmart(mask.kind)) {
-    if (!mask.maskPNG) throw MaskImageError("the mask \"" + mask.name + "\" has no computed coverage yet");
-    auto bitmap = MaskBitmap::decode(*mask.maskPNG);
-    if (!bitmap) throw MaskImageError("the stored bitmap of the mask \"" + mask.name + "\" is damaged");
-    return std::move(*bitmap);
+MaskBitmap maskBitmapFromImageFile(const std::filesystem::path& file) {
+  GreyImage image;
+  try {
+    image = PngFile::readCoverage(file, {maxMaskImageSide, MaskBitmap::maxPixels});
+  } catch (const MediaError& e) {
+    throw MaskImageError(e.what());
   }
-  if (mask.kind == MaskKind::brush) {
-    const double aspect =
-        displayWidth > 0 && displayHeight > 0 ? double(displayWidth) / double(displayHeight) : 1.0;
-    const MaskRenderer::PixelSize size = MaskRenderer::brushBitmapSize(aspect);
-    return MaskRenderer::paint(mask.dabs, size.width, size.height);
-  }
-  throw MaskImageError("gradient masks have no bitmap");
+  MaskBitmap bitmap;
+  bitmap.width = image.width;
+  bitmap.height = image.height;
+  bitmap.bytes = std::move(image.bytes);
+  return bitmap;
 }
 
 std::optional<std::pair<int, int>> storedBitmapSize(std::span<const std::uint8_t> stored) {

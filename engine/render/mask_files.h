@@ -1,14 +1,10 @@
 #pragma once
-// Masks in and out of image files, and the small lookups the mask commands
-// need: bringing a coverage PNG made by another tool in as a smart mask's
-// stored bitmap, writing a mask's bitmap out as a grey PNG, and finding a mask
-// of a photo by what the user typed.
+// Masks from image files, and the small lookups the mask commands need:
+// bringing a coverage PNG made by another tool in as a smart mask's stored
+// bitmap, and finding a mask of a photo by what the user typed.
 //
 // Only PNG files are read, whatever their name says: a mask is exact coverage,
-// and a lossy or colour-managed format would not keep it so. Files are written
-// next to their final name and renamed into place, so a failed write never
-// leaves a half-written file under that name, and an existing file is only
-// replaced when the caller says so.
+// and a lossy or colour-managed format would not keep it so.
 
 #include <cstddef>
 #include <filesystem>
@@ -51,29 +47,6 @@ inline constexpr int maxMaskImageSide = 16384;
 /// than 16384 on a side or than a stored bitmap may be ("too large"), or is
 /// damaged or cut short.
 MaskBitmap maskBitmapFromImageFile(const std::filesystem::path& file);
-
-/// Writes `bitmap` as an 8-bit grey PNG without colour information.
-///
-/// Throws MaskImageError when `file` exists and `replaceExisting` is false,
-/// when the bitmap is empty or its bytes do not match its size, or when the
-/// file cannot be written (missing folder, no permission, full disk). The PNG
-/// is written to a hidden temporary file in the same folder and renamed into
-/// place only once complete; on any failure the temporary file is removed and
-/// `file` is as it was.
-void writeMaskPNG(const MaskBitmap& bitmap, const std::filesystem::path& file, bool replaceExisting = false);
-
-/// The bitmap of `mask` to write out, for a photo displayed at
-/// `displayWidth` × `displayHeight` (its size after orientation):
-/// - a smart mask (subject, sky, people): its stored bitmap at its stored size;
-/// - a brush mask: its dabs painted at the size a render of the photo's
-///   displayed aspect uses (1024 on the long side). Crop and straighten are
-///   not applied: dabs live in the coordinates of the whole image. A photo
-///   whose size is unknown (zero or negative) is taken as square. A brush
-///   mask without dabs gives an empty-coverage bitmap.
-/// Throws MaskImageError for a smart mask whose bitmap is not computed yet or
-/// does not decode, and for linear and radial gradients, whose coverage is
-/// made at each render size and has no bitmap of its own.
-MaskBitmap maskBitmapForExport(const PhotoMask& mask, int displayWidth, int displayHeight);
 
 /// The size of a stored bitmap (`PhotoMask::maskPNG`): nothing when the data
 /// does not decode, since such a bitmap counts as absent everywhere else too

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "engine/catalog/image_properties.h"
+#include "engine/media/image_properties.h"
 #include "engine/catalog/photo_meta.h"
 #include "tests/support/temp_dir.h"
 

@@ -124,22 +124,6 @@ TEST(LibraryQueryTest, SearchTokensBuildTheirConditions) {
   EXPECT_EQ(LibraryQuery{.text = "x'); DROP TABLE photos; --"}.whereClause(), (WhereClause{sql, params}));
 }
 
-TEST(TextTest, LowercasesAndTrimsUnicodeAndKeepsBrokenBytes) {
-  EXPECT_EQ(lowercased("Sky"), "sky");
-  EXPECT_EQ(lowercased("\u00c9T\u00c9 \u041c\u041e\u0421\u041a\u0412\u0410"),
-            "\u00e9t\u00e9 \u043c\u043e\u0441\u043a\u0432\u0430");
-  EXPECT_EQ(lowercased("A\xff\xc3"), "a\xff\xc3");
-  EXPECT_EQ(lowercased("\xe6\x97\xa5"), "\xe6\x97\xa5");
-  for (auto [text, trim] : {std::pair("  sky \n", "sky"),
-                            {"\u00a0\u3000blue sky\u2003\r\n", "blue sky"},
-                            {" \t ", ""},
-                            {"", ""},
-                            {"\u00e9", "\u00e9"},
-                            {" \xff ", "\xff"},
-                            {"x\xa0", "x\xa0"}})  // a lone continuation byte is not a space
-    EXPECT_EQ(trimmed(text), trim) << text;
-}
-
 // ---- Against a real catalog ------------------------------------------------
 
 class QueryCatalogTest : public test::LibraryTest {

@@ -7,9 +7,9 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "engine/catalog/image_properties.h"
+#include "engine/media/image_properties.h"
 #include "engine/catalog/photo_meta.h"
-#include "engine/catalog/raw_preview.h"
+#include "engine/media/raw_preview.h"
 #include "tests/catalog/meta_helpers.h"
 
 using namespace lumivale;

@@ -7,7 +7,7 @@
 
 #include <filesystem>
 
-#include "engine/catalog/raw_preview.h"
+#include "engine/media/raw_preview.h"
 #include "tests/catalog/meta_helpers.h"
 #include "tests/support/sample_photos.h"
 #include "tests/support/temp_dir.h"

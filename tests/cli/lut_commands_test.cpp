@@ -162,7 +162,7 @@ TEST_F(LutCommandTest, RejectsWhatItCannotDo) {
         C{{"lut", "--settings", file("empty.json", "")}, 1, "does not hold develop settings"},
         C{{"lut", "--settings", settings, "-o", (dir / "no/such/folder/x.cube").string()},
           1,
-          "cannot create"},
+          "cannot write"},
         C{{"lut", "--settings", settings, "-o", dir.path().string()}, 1, "is a folder"}}) {
     SCOPED_TRACE(args.back());
     test::expectError(run(args), status, message);

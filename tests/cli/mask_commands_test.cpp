@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "engine/render/mask_files.h"
+#include "engine/export/mask_export.h"
 #include "engine/render/mask_renderer.h"
 #include "tests/support/cli_run.h"
 

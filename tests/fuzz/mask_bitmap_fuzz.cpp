@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "engine/render/lzfse.h"
+#include "engine/util/lzfse.h"
 #include "engine/render/mask_bitmap.h"
 
 using namespace lumivale;

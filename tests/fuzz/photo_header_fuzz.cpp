@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <string>
 
-#include "engine/catalog/image_properties.h"
+#include "engine/media/image_properties.h"
 #include "engine/catalog/photo_meta.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -7,7 +7,7 @@
 #include <random>
 #include <string>
 
-#include "engine/render/lzfse.h"
+#include "engine/util/lzfse.h"
 #include "tests/support/temp_dir.h"
 
 using namespace lumivale;

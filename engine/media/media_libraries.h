@@ -7,6 +7,6 @@ namespace lumivale {
 
 /// Initialises exiv2 (XMP toolkit with a lock, BMFF support so HEIC and CR3
 /// are read, its log silenced) and libvips, once per process.
-void initMetadataLibraries();
+void initMediaLibraries();
 
 }  // namespace lumivale

@@ -1,4 +1,4 @@
-#include "engine/catalog/metadata_libraries.h"
+#include "engine/media/media_libraries.h"
 
 #include <mutex>
 
@@ -27,7 +27,7 @@ void ignoreWarning(const gchar*, GLogLevelFlags, const gchar*, gpointer) {}
 
 }  // namespace
 
-void initMetadataLibraries() {
+void initMediaLibraries() {
   static std::once_flag once;
   std::call_once(once, [] {
     Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);

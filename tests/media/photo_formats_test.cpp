@@ -1,4 +1,4 @@
-#include "engine/catalog/photo_formats.h"
+#include "engine/media/photo_formats.h"
 
 #include <gtest/gtest.h>
 

@@ -16,8 +16,8 @@
 #include <queue>
 #include <utility>
 
-#include "engine/render/lzfse.h"
-#include "engine/render/lzfse_format.h"
+#include "engine/util/lzfse.h"
+#include "engine/util/lzfse_format.h"
 
 namespace lumivale::lzfse {
 namespace {

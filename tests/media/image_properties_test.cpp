@@ -1,7 +1,7 @@
 // Header reading of image files: the decoder's header and the embedded
 // EXIF, GPS and IPTC facts, on files the tests write and on real photos.
 
-#include "engine/catalog/image_properties.h"
+#include "engine/media/image_properties.h"
 
 #include <gtest/gtest.h>
 
@@ -87,13 +87,6 @@ TEST(IccProfileTest, GivesNothingForDamagedProfiles) {
   EXPECT_EQ(iccProfileDescription(nullptr, 500), "");
 }
 
-TEST(LegacyTextTest, KeepsUtf8AndConvertsLatin1) {
-  EXPECT_EQ(utf8FromLegacyText("Z\u00fcrich"), "Z\u00fcrich");
-  EXPECT_EQ(utf8FromLegacyText("Z\xfcrich"), "Z\u00fcrich");
-  EXPECT_EQ(utf8FromLegacyText("caf\xe9"), "caf\u00e9");  // a lone lead byte at the end
-  EXPECT_EQ(utf8FromLegacyText("\xc3("), "\u00c3(");      // a lead byte without its continuation
-  EXPECT_EQ(utf8FromLegacyText(""), "");
-}
 
 TEST(ImagePropertiesTest, ReadsEveryFactWrittenIntoAJpegTiffPngAndHeic) {
   test::TempDir dir;

@@ -1,4 +1,4 @@
-// Mask bitmaps as PNG files, through libpng.
+// Single-channel PNG files through libpng.
 //
 // libpng reports errors by longjmp to a setjmp point. The functions holding
 // that point (readPixels, writePixels) keep nothing with a destructor in their
@@ -7,9 +7,10 @@
 // values. Warnings (odd ancillary chunks, gamma oddities) are ignored: only
 // the pixels matter here.
 
+#include "engine/media/png_file.h"
+
 #include <fcntl.h>
 #include <png.h>
-#include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,10 +18,10 @@
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
-#include <random>
+#include <memory>
 #include <system_error>
 
-#include "engine/render/mask_files.h"
+#include "engine/media/safe_file.h"
 
 namespace lumivale {
 
@@ -29,6 +30,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t signatureSize = 8;
+
+std::string systemMessage(int error) { return std::generic_category().message(error); }
 
 // What libpng's error callback leaves for the code after the jump.
 struct PngFailure {
@@ -42,10 +45,6 @@ struct PngFailure {
 }
 
 void onPngWarning(png_structp, png_const_charp) {}
-
-std::string quoted(const fs::path& file) { return "\"" + file.string() + "\""; }
-
-std::string systemMessage(int error) { return std::generic_category().message(error); }
 
 // ---- reading ----
 
@@ -116,7 +115,7 @@ void convertRow(CoverageRows& out, const std::uint8_t* row, std::uint32_t y, int
 
 // Reads the PNG whose signature has been consumed. False when libpng failed
 // (the message is in the failure record).
-bool readPixels(png_structp png, png_infop info, CoverageRows* out) {
+bool readPixels(png_structp png, png_infop info, const PngFile::Limits* limits, CoverageRows* out) {
   if (setjmp(png_jmpbuf(png))) return false;
 
   png_set_sig_bytes(png, int(signatureSize));
@@ -125,8 +124,8 @@ bool readPixels(png_structp png, png_infop info, CoverageRows* out) {
   png_read_info(png, info);
   out->width = png_get_image_width(png, info);
   out->height = png_get_image_height(png, info);
-  if (out->width > std::uint32_t(maxMaskImageSide) || out->height > std::uint32_t(maxMaskImageSide) ||
-      std::uint64_t(out->width) * out->height > MaskBitmap::maxPixels) {
+  if (out->width > std::uint32_t(limits->maxSide) || out->height > std::uint32_t(limits->maxSide) ||
+      std::uint64_t(out->width) * out->height > limits->maxPixels) {
     out->tooLarge = true;
     return true;
   }
@@ -163,8 +162,6 @@ bool readPixels(png_structp png, png_infop info, CoverageRows* out) {
   return true;
 }
 
-// ---- writing ----
-
 class PngWriteHandle {
  public:
   explicit PngWriteHandle(PngFailure* failure)
@@ -199,7 +196,7 @@ void writeToFd(png_structp png, png_bytep data, png_size_t length) {
 
 void flushNothing(png_structp) {}
 
-bool writePixels(png_structp png, png_infop info, const MaskBitmap* bitmap, WriteTarget* target) {
+bool writePixels(png_structp png, png_infop info, const GreyImage* bitmap, WriteTarget* target) {
   if (setjmp(png_jmpbuf(png))) return false;
 
   png_set_write_fn(png, target, writeToFd, flushNothing);
@@ -212,122 +209,64 @@ bool writePixels(png_structp png, png_infop info, const MaskBitmap* bitmap, Writ
   return true;
 }
 
-// A hidden file beside `file`, created anew (never an existing one); its
-// permissions follow the process's umask like any other new file.
-int createTemporary(const fs::path& file, fs::path& temporary) {
-  static thread_local std::mt19937_64 random{std::random_device{}()};
-  for (int attempt = 0; attempt < 16; ++attempt) {
-    char suffix[32];
-    std::snprintf(suffix, sizeof suffix, ".%016llx.tmp", static_cast<unsigned long long>(random()));
-    temporary = file.parent_path() / ("." + file.filename().string() + suffix);
-    const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fd >= 0 || errno != EEXIST) return fd;
-  }
-  errno = EEXIST;
-  return -1;
-}
-
-// Moves the finished temporary file to `file`. Without `replace`, an existing
-// file wins, even one that appeared while we were writing: renameat2 refuses
-// atomically; where the file system cannot do that, link() (which never
-// replaces) and finally a check before rename stand in. Returns 0 or errno.
-int moveIntoPlace(const fs::path& temporary, const fs::path& file, bool replace) {
-  if (replace) return ::rename(temporary.c_str(), file.c_str()) == 0 ? 0 : errno;
-  if (::renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, file.c_str(), RENAME_NOREPLACE) == 0) return 0;
-  if (errno != EINVAL && errno != ENOSYS) return errno;
-  if (::link(temporary.c_str(), file.c_str()) == 0) {
-    ::unlink(temporary.c_str());
-    return 0;
-  }
-  if (errno == EEXIST) return EEXIST;
-  struct stat existing;
-  if (::lstat(file.c_str(), &existing) == 0) return EEXIST;
-  return ::rename(temporary.c_str(), file.c_str()) == 0 ? 0 : errno;
-}
-
-bool nameTaken(const fs::path& file) {
-  struct stat existing;
-  return ::lstat(file.c_str(), &existing) == 0;  // a dangling link counts too
-}
-
 }  // namespace
 
-MaskBitmap maskBitmapFromImageFile(const fs::path& file) {
+namespace PngFile {
+
+GreyImage readCoverage(const fs::path& file, const Limits& limits) {
+  struct stat status;
+  if (::stat(file.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
+    throw MediaError("cannot read " + quotedPath(file) + ": not a regular file");
   FileHandle handle(std::fopen(file.c_str(), "rb"));
-  if (!handle) throw MaskImageError("cannot open " + quoted(file) + ": " + systemMessage(errno));
+  if (!handle) throw MediaError("cannot open " + quotedPath(file) + ": " + systemMessage(errno));
   unsigned char signature[signatureSize];
   const std::size_t got = std::fread(signature, 1, signatureSize, handle.get());
   if (got < signatureSize && std::ferror(handle.get()))
-    throw MaskImageError("cannot read " + quoted(file) + ": " + systemMessage(errno));
-  if (got == 0) throw MaskImageError(quoted(file) + ": empty file");
+    throw MediaError("cannot read " + quotedPath(file) + ": " + systemMessage(errno));
+  if (got == 0) throw MediaError(quotedPath(file) + ": empty file");
   if (got < signatureSize || png_sig_cmp(signature, 0, signatureSize) != 0)
-    throw MaskImageError(quoted(file) + ": not a PNG image");
+    throw MediaError(quotedPath(file) + ": not a PNG image");
 
   PngFailure failure;
   PngReadHandle reader(&failure);
-  if (!reader.png || !reader.info) throw MaskImageError("cannot read " + quoted(file) + ": out of memory");
+  if (!reader.png || !reader.info) throw MediaError("cannot read " + quotedPath(file) + ": out of memory");
   png_init_io(reader.png, handle.get());
   CoverageRows rows;
   try {
-    if (!readPixels(reader.png, reader.info, &rows))
-      throw MaskImageError(quoted(file) + ": damaged PNG image (" + failure.message + ")");
+    if (!readPixels(reader.png, reader.info, &limits, &rows))
+      throw MediaError(quotedPath(file) + ": damaged PNG image (" + failure.message + ")");
   } catch (const std::bad_alloc&) {
-    throw MaskImageError(quoted(file) + ": too large to read into memory");
+    throw MediaError(quotedPath(file) + ": too large to read into memory");
   }
   if (rows.tooLarge)
-    throw MaskImageError(quoted(file) + ": too large (" + std::to_string(rows.width) + " × " +
-                         std::to_string(rows.height) + "; a mask may have at most " +
-                         std::to_string(maxMaskImageSide) + " pixels on a side and " +
-                         std::to_string(MaskBitmap::maxPixels) + " pixels in all)");
+    throw MediaError(quotedPath(file) + ": too large (" + std::to_string(rows.width) + " \u00d7 " +
+                     std::to_string(rows.height) + "; at most " + std::to_string(limits.maxSide) +
+                     " pixels on a side and " + std::to_string(limits.maxPixels) + " pixels in all)");
 
-  MaskBitmap bitmap;
-  bitmap.width = int(rows.width);
-  bitmap.height = int(rows.height);
-  bitmap.bytes = rows.translucent ? std::move(rows.alpha) : std::move(rows.grey);
-  return bitmap;
+  GreyImage image;
+  image.width = int(rows.width);
+  image.height = int(rows.height);
+  image.bytes = rows.translucent ? std::move(rows.alpha) : std::move(rows.grey);
+  return image;
 }
 
-void writeMaskPNG(const MaskBitmap& bitmap, const fs::path& file, bool replaceExisting) {
-  if (bitmap.width <= 0 || bitmap.height <= 0)
-    throw MaskImageError("cannot write " + quoted(file) + ": the mask bitmap is empty");
-  if (bitmap.bytes.size() != std::size_t(bitmap.width) * std::size_t(bitmap.height))
-    throw MaskImageError("cannot write " + quoted(file) + ": the mask bitmap's bytes do not match its size");
-  if (file.filename().empty()) throw MaskImageError("cannot write " + quoted(file) + ": not a file name");
-  const auto refuse = [&] {
-    return MaskImageError(quoted(file) + " already exists; it is not replaced unless asked to");
-  };
-  if (!replaceExisting && nameTaken(file)) throw refuse();
-
-  fs::path temporary;
-  const int fd = createTemporary(file, temporary);
-  if (fd < 0) throw MaskImageError("cannot write " + quoted(file) + ": " + systemMessage(errno));
-
-  // From here on the temporary file goes away unless it was renamed.
-  WriteTarget target{fd};
-  std::string failure;
-  {
-    PngFailure pngFailure;
-    PngWriteHandle writer(&pngFailure);
-    if (!writer.png || !writer.info) {
-      failure = "out of memory";
-    } else if (!writePixels(writer.png, writer.info, &bitmap, &target)) {
-      failure = target.error ? systemMessage(target.error) : std::string(pngFailure.message);
-    }
-  }
-  if (failure.empty() && ::fsync(fd) != 0 && errno != EINVAL) failure = systemMessage(errno);
-  if (::close(fd) != 0 && failure.empty()) failure = systemMessage(errno);
-  if (failure.empty()) {
-    const int error = moveIntoPlace(temporary, file, replaceExisting);
-    if (error == EEXIST) {
-      ::unlink(temporary.c_str());
-      throw refuse();
-    }
-    if (error != 0) failure = systemMessage(error);
-  }
-  if (!failure.empty()) {
-    ::unlink(temporary.c_str());
-    throw MaskImageError("cannot write " + quoted(file) + ": " + failure);
-  }
+void writeGrey(const GreyImage& image, const fs::path& file, bool replaceExisting) {
+  if (image.width <= 0 || image.height <= 0)
+    throw MediaError("cannot write " + quotedPath(file) + ": the picture is empty");
+  if (image.bytes.size() != std::size_t(image.width) * std::size_t(image.height))
+    throw MediaError("cannot write " + quotedPath(file) + ": the picture's bytes do not match its size");
+  writeFileSafely(
+      file,
+      [&](int fd) {
+        WriteTarget target{fd};
+        PngFailure pngFailure;
+        PngWriteHandle writer(&pngFailure);
+        if (!writer.png || !writer.info) throw MediaError("out of memory");
+        if (!writePixels(writer.png, writer.info, &image, &target))
+          throw MediaError(target.error ? systemMessage(target.error) : std::string(pngFailure.message));
+      },
+      replaceExisting);
 }
 
+}  // namespace PngFile
 }  // namespace lumivale

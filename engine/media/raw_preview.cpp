@@ -1,4 +1,4 @@
-#include "engine/catalog/raw_preview.h"
+#include "engine/media/raw_preview.h"
 
 #include <algorithm>
 #include <charconv>
@@ -9,7 +9,8 @@
 #include <exiv2/exiv2.hpp>
 #include <libraw/libraw.h>
 
-#include "engine/catalog/metadata_libraries.h"
+#include "engine/media/media_libraries.h"
+#include "engine/util/text.h"
 
 namespace lumivale {
 namespace {
@@ -32,14 +33,6 @@ class RawReader : public LibRaw {
 
   std::int64_t thumbnailOffset() const { return libraw_internal_data.internal_data.toffset; }
 };
-
-std::string trimmed(std::string text) {
-  auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\0' || c == '\n' || c == '\r'; };
-  while (!text.empty() && blank(text.back())) text.pop_back();
-  std::size_t start = 0;
-  while (start < text.size() && blank(text[start])) ++start;
-  return text.substr(start);
-}
 
 // A fixed-size text field of LibRaw, which may lack its terminator.
 template <std::size_t N>
@@ -153,7 +146,7 @@ void orderPreviews(std::vector<EmbeddedPreview>& previews) {
 }
 
 std::optional<RawInfo> info(const std::filesystem::path& file) {
-  initMetadataLibraries();
+  initMediaLibraries();
   RawInfo info;
   try {
     // About half a megabyte: keep it off the stack of worker threads.

@@ -47,8 +47,4 @@ std::optional<ImageProperties> readImageProperties(const std::filesystem::path& 
 /// Empty when the bytes are not a readable profile or carry no description.
 std::string iccProfileDescription(const unsigned char* data, std::size_t size);
 
-/// `text` as UTF-8: unchanged when it already is, else read as Latin-1
-/// (how older IPTC records store accented letters).
-std::string utf8FromLegacyText(const std::string& text);
-
 }  // namespace lumivale

@@ -13,8 +13,8 @@
 #include <cstring>
 #include <memory>
 
-#include "engine/render/lzfse.h"
-#include "engine/render/lzfse_format.h"
+#include "engine/util/lzfse.h"
+#include "engine/util/lzfse_format.h"
 
 namespace lumivale::lzfse {
 namespace {

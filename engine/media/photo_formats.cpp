@@ -1,6 +1,8 @@
-#include "engine/catalog/photo_formats.h"
+#include "engine/media/photo_formats.h"
 
 #include <algorithm>
+
+#include "engine/util/text.h"
 
 namespace lumivale::PhotoFormats {
 namespace {
@@ -17,11 +19,7 @@ std::string extension(const std::filesystem::path& file) {
   // extension, which is what we want as well.
   std::string ext = file.extension().string();
   if (ext.size() < 2) return {};
-  ext.erase(0, 1);
-  for (char& c : ext) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return ext;
+  return asciiLowercased(std::string_view(ext).substr(1));
 }
 
 bool isSupported(const std::filesystem::path& file) {

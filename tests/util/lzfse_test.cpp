@@ -1,4 +1,4 @@
-#include "engine/render/lzfse.h"
+#include "engine/util/lzfse.h"
 
 #include <gtest/gtest.h>
 

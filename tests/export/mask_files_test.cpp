@@ -1,4 +1,4 @@
-#include "engine/render/mask_files.h"
+#include "engine/export/mask_export.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "engine/catalog/image_properties.h"
+#include "engine/media/image_properties.h"
 
 #include <cstdint>
 #include <cstring>
@@ -8,21 +8,13 @@
 #include <exiv2/exiv2.hpp>
 #include <vips/vips.h>
 
-#include "engine/catalog/metadata_libraries.h"
-#include "engine/catalog/photo_formats.h"
+#include "engine/media/media_libraries.h"
+#include "engine/media/photo_formats.h"
+#include "engine/util/text.h"
 #include "engine/util/utf8.h"
 
 namespace lumivale {
 namespace {
-
-std::string trimmed(const std::string& text) {
-  auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\0' || c == '\n' || c == '\r'; };
-  std::size_t end = text.size();
-  while (end > 0 && blank(text[end - 1])) --end;
-  std::size_t start = 0;
-  while (start < end && blank(text[start])) ++start;
-  return text.substr(start, end - start);
-}
 
 // ---- decoder header (libvips) ----
 
@@ -289,30 +281,6 @@ std::string utf8FromUtf16BE(const unsigned char* p, std::size_t bytes) {
   return out;
 }
 
-bool isUtf8(const std::string& text) {
-  for (std::size_t i = 0; i < text.size();) {
-    unsigned char c = static_cast<unsigned char>(text[i]);
-    std::size_t more;
-    if (c < 0x80) {
-      more = 0;
-    } else if (c >= 0xC2 && c < 0xE0) {
-      more = 1;
-    } else if (c >= 0xE0 && c < 0xF0) {
-      more = 2;
-    } else if (c >= 0xF0 && c < 0xF5) {
-      more = 3;
-    } else {
-      return false;
-    }
-    if (more > text.size() - i - 1) return false;
-    for (std::size_t k = 1; k <= more; ++k) {
-      if ((static_cast<unsigned char>(text[i + k]) & 0xC0) != 0x80) return false;
-    }
-    i += more + 1;
-  }
-  return true;
-}
-
 }  // namespace
 
 std::string iccProfileDescription(const unsigned char* data, std::size_t size) {
@@ -350,15 +318,8 @@ std::string iccProfileDescription(const unsigned char* data, std::size_t size) {
   return {};
 }
 
-std::string utf8FromLegacyText(const std::string& text) {
-  if (isUtf8(text)) return text;
-  std::string out;
-  for (unsigned char c : text) appendUtf8(out, c);
-  return out;
-}
-
 std::optional<ImageProperties> readImageProperties(const std::filesystem::path& file) {
-  initMetadataLibraries();
+  initMediaLibraries();
   auto header = readDecoderHeader(file);
   if (!header) return std::nullopt;
   ImageProperties p;

@@ -1,1 +1,0 @@
-// Placeholder translation unit for an engine layer that has no sources yet.

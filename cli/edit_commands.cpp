@@ -15,6 +15,7 @@
 #include "cli/record_output.h"
 #include "engine/catalog/library_query.h"
 #include "engine/catalog/photo_library.h"
+#include "engine/edit/field_path.h"
 #include "engine/edit/presets.h"
 
 namespace lumivale::cli {
@@ -93,105 +94,6 @@ int settings(Context& ctx, const Arguments& args) {
 }
 
 // ---- edit ------------------------------------------------------------------------
-//
-// Fields are addressed in the stored JSON form of the settings: a key, then
-// keys or indexes separated by dots ("hsl.5.saturation", "masks.0.adjust.
-// exposure"). The changed document is decoded as stored settings are; since
-// decoding keeps defaults where a value is unusable, every assigned path is
-// read back from the result, and any difference refuses the whole edit.
-
-struct Assignment {
-  std::string path;
-  std::vector<std::string> keys;
-};
-
-std::vector<std::string> splitPath(const std::string& path) {
-  std::vector<std::string> keys;
-  std::stringstream pieces(path);
-  std::string piece;
-  while (std::getline(pieces, piece, '.')) keys.push_back(piece);
-  if (path.empty() || path.back() == '.' ||
-      std::any_of(keys.begin(), keys.end(), [](const std::string& k) { return k.empty(); })) {
-    throw UsageError("'" + path + "' is not a field name");
-  }
-  return keys;
-}
-
-// The member `keys` leads to inside `document`, or nothing.
-Json* find(Json& document, const std::vector<std::string>& keys, std::string* problem = nullptr) {
-  Json* node = &document;
-  std::string at;
-  for (const std::string& key : keys) {
-    const std::string here = at.empty() ? key : at + "." + key;
-    if (node->is_object()) {
-      auto it = node->find(key);
-      if (it == node->end()) {
-        if (problem) *problem = "unknown field '" + here + "'";
-        return nullptr;
-      }
-      node = &*it;
-    } else if (node->is_array()) {
-      std::size_t index = 0;
-      const bool digits = !key.empty() && key.size() < 10 &&
-                          std::all_of(key.begin(), key.end(), [](char c) { return c >= '0' && c <= '9'; });
-      if (digits) index = static_cast<std::size_t>(std::stoul(key));
-      if (!digits || index >= node->size()) {
-        if (problem) {
-          *problem = "'" + here + "': " + (digits ? "index " + key + " is out of range" : "not an index") +
-                     " ('" + at + "' has " + std::to_string(node->size()) + " items)";
-        }
-        return nullptr;
-      }
-      node = &(*node)[index];
-    } else {
-      if (problem) *problem = "'" + at + "' has no field '" + key + "'";
-      return nullptr;
-    }
-    at = here;
-  }
-  return node;
-}
-
-// A JSON value, or for a text field any text as it stands.
-Json valueFor(const Json& target, const std::string& text, const std::string& path) {
-  Json value = Json::parse(text, nullptr, false);
-  if (target.is_string() && (value.is_discarded() || !value.is_string())) return Json(text);
-  if (value.is_discarded()) throw UsageError("'" + text + "' is not a value for " + path);
-  return value;
-}
-
-EditSettings editedSettings(const EditSettings& current, const std::vector<std::string>& assignments,
-                            std::vector<std::string>& paths) {
-  Json document = Json::parse(current.encoded().value_or("{}"));
-  std::vector<Assignment> done;
-  for (const std::string& a : assignments) {
-    auto eq = a.find('=');
-    if (eq == std::string::npos) throw UsageError("'" + a + "' is not FIELD=VALUE");
-    Assignment assignment{a.substr(0, eq), splitPath(a.substr(0, eq))};
-    std::string problem;
-    Json* target = find(document, assignment.keys, &problem);
-    if (!target) throw UsageError(problem);
-    *target = valueFor(*target, a.substr(eq + 1), assignment.path);
-    done.push_back(assignment);
-  }
-  const std::string text = document.dump(-1, ' ', false, Json::error_handler_t::replace);
-  EditSettings result = EditSettings::decode(std::string_view(text));
-  auto encoded = result.encoded();
-  if (!encoded) throw UsageError("the values given cannot be stored");
-  Json back = Json::parse(*encoded);
-  for (const Assignment& a : done) {
-    Json* wanted = find(document, a.keys);
-    Json* got = find(back, a.keys);
-    // A later assignment may have replaced what an earlier one set: compare
-    // with what the document finally holds at the path.
-    if (wanted && (!got || *got != *wanted)) {
-      throw UsageError(wanted->dump(-1, ' ', false, Json::error_handler_t::replace) +
-                       " is not a valid value for " + a.path);
-    }
-    if (std::find(paths.begin(), paths.end(), a.path) == paths.end()) paths.push_back(a.path);
-  }
-  return result;
-}
 
 int edit(Context& ctx, const Arguments& args) {
   if (args.positional.size() < 2)
@@ -202,8 +104,22 @@ int edit(Context& ctx, const Arguments& args) {
   std::int64_t id = photoAt(library, args, 0);
   std::vector<std::string> assignments(args.positional.begin() + 1, args.positional.end());
   const EditSettings current = library.settings(id);
+  std::vector<FieldEdit> edits;
   std::vector<std::string> paths;
-  EditSettings changed = editedSettings(current, assignments, paths);
+  for (const std::string& a : assignments) {
+    try {
+      edits.push_back(parseFieldEdit(a));
+    } catch (const FieldPathError& e) {
+      throw UsageError(e.what());
+    }
+    if (std::find(paths.begin(), paths.end(), edits.back().path) == paths.end()) paths.push_back(edits.back().path);
+  }
+  EditSettings changed;
+  try {
+    changed = applyFieldEdits(current, edits);
+  } catch (const FieldPathError& e) {
+    throw UsageError(e.what());
+  }
 
   std::optional<std::string> step;
   if (!args.has("--no-step")) step = args.value("--step").value_or("Edit " + joined(paths, ", "));

@@ -1,0 +1,20 @@
+#pragma once
+// The colour cube filter: a 3-D table looked up with trilinear
+// interpolation.
+
+#include <vector>
+
+#include "engine/render/image.h"
+
+namespace lumivale::filters {
+
+/// Looks each pixel up in `cube`: `dimension`³ entries of four floats
+/// (R, G, B, A), red varying fastest, then green, then blue (entry
+/// (b × n + g) × n + r), as `ToneLUT::cube` makes them. The input colour is
+/// clamped to 0 … 1 (NaN as 0) and interpolated trilinearly between the
+/// eight surrounding entries; the output is their R, G and B. Throws
+/// RenderError when the cube's size does not match the dimension or the
+/// dimension is below 2.
+Image colorCube(const Image& input, const std::vector<float>& cube, int dimension);
+
+}  // namespace lumivale::filters

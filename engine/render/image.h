@@ -1,0 +1,85 @@
+#pragma once
+// The renderer's image handle: a node of a lazy libvips graph (see
+// how_it_works.md). Copying a handle shares the node; nothing is computed
+// until pixels are asked for. Thread-safe to share and read.
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+struct _VipsImage;
+
+namespace lumivale {
+
+/// A render step or a decode failed; the message is one line.
+class RenderError : public std::runtime_error {
+ public:
+  explicit RenderError(const std::string& message) : std::runtime_error(message) {}
+};
+
+/// Linear RGB, the working space's unit.
+struct LinearRGB {
+  double r = 0;
+  double g = 0;
+  double b = 0;
+  bool operator==(const LinearRGB&) const = default;
+};
+
+/// Float pixels read back from an image: `bands` values per pixel, row by row
+/// from the top.
+struct FloatPixels {
+  int width = 0;
+  int height = 0;
+  int bands = 0;
+  std::vector<float> values;
+
+  float at(int x, int y, int band) const {
+    return values[(std::size_t(y) * width + x) * bands + band];
+  }
+};
+
+class Image {
+ public:
+  /// An empty handle (no image).
+  Image() = default;
+  ~Image();
+  Image(const Image& other);
+  Image(Image&& other) noexcept;
+  Image& operator=(const Image& other);
+  Image& operator=(Image&& other) noexcept;
+
+  /// Takes over one reference to `image` (may be null).
+  static Image adopt(_VipsImage* image);
+
+  /// A `width` × `height` image of one colour (3-band float) or, with
+  /// `bands` 1, of one grey value (the colour's red).
+  static Image constant(int width, int height, LinearRGB colour, int bands = 3);
+
+  /// An image made from float pixels (copied).
+  static Image fromPixels(const FloatPixels& pixels);
+
+  bool empty() const { return image_ == nullptr; }
+  explicit operator bool() const { return !empty(); }
+  int width() const;
+  int height() const;
+  int bands() const;
+
+  /// Computes every pixel once into memory and returns an image backed by
+  /// them, so later steps start from pixels instead of re-running the chain.
+  /// Throws RenderError.
+  Image materialize() const;
+
+  /// Computes the pixels of the rectangle (clipped to the image) as float.
+  /// Throws RenderError.
+  FloatPixels readPixels(int left, int top, int width, int height) const;
+  FloatPixels readPixels() const { return readPixels(0, 0, width(), height()); }
+
+  /// The underlying libvips image; for the glue code of engine/render only.
+  _VipsImage* get() const { return image_; }
+
+ private:
+  _VipsImage* image_ = nullptr;
+};
+
+}  // namespace lumivale

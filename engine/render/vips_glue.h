@@ -1,0 +1,45 @@
+#pragma once
+// libvips on our side of the fence: conversions between `Image` and
+// `vips::VImage`, and libvips failures as RenderError. Included by the .cpp
+// files of engine/render only; headers never see libvips.
+
+#include <vips/vips8>
+
+#include <string>
+
+#include "engine/render/image.h"
+
+namespace lumivale {
+
+/// The image as a libvips C++ handle (shares the node).
+inline vips::VImage vipsImage(const Image& image) {
+  if (image.empty()) throw RenderError("an image was missing in the render chain");
+  return vips::VImage(image.get(), vips::NOSTEAL);
+}
+
+/// A libvips C++ handle as our image (shares the node).
+inline Image fromVips(const vips::VImage& image) {
+  _VipsImage* raw = image.get_image();
+  if (raw) g_object_ref(raw);
+  return Image::adopt(raw);
+}
+
+/// Runs `body`, turning a libvips failure (vips::VError) into RenderError
+/// "<what>: <libvips' message>" and clearing libvips' error buffer.
+template <class Body>
+auto withVips(const char* what, Body body) -> decltype(body()) {
+  try {
+    return body();
+  } catch (const vips::VError& e) {
+    std::string message = e.what();
+    vips_error_clear();
+    while (!message.empty() && (message.back() == '\n' || message.back() == ' ')) message.pop_back();
+    throw RenderError(std::string(what) + ": " + message);
+  }
+}
+
+/// Starts libvips for rendering (idempotent, thread-safe): the operation cache
+/// off, warnings silenced.
+void initRenderLibraries();
+
+}  // namespace lumivale

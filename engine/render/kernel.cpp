@@ -3,7 +3,7 @@
 #include <array>
 #include <memory>
 
-#include "engine/render/vips_glue.h"
+#include "engine/media/vips_glue.h"
 
 namespace lumivale::kernel {
 namespace {
@@ -71,20 +71,20 @@ void describe(VipsImage* out, int width, int height, int bands) {
 [[noreturn]] void failed(const char* what) {
   std::string message = vips_error_buffer();
   vips_error_clear();
-  throw RenderError(std::string(what) + ": " + message);
+  throw ImageError(std::string(what) + ": " + message);
 }
 
 }  // namespace
 
 Image mapRows(const std::vector<Image>& inputs, int outBands, RowFn fn) {
-  initRenderLibraries();
+  initImageLibraries();
   if (inputs.empty() || inputs.size() > std::size_t(maxInputs))
-    throw RenderError("a kernel needs 1 to 8 inputs");
+    throw ImageError("a kernel needs 1 to 8 inputs");
   std::vector<vips::VImage> floats;
   for (const Image& input : inputs) {
     floats.push_back(withVips("cannot prepare a kernel input", [&] { return asFloat(input); }));
     if (floats.back().width() != floats.front().width() || floats.back().height() != floats.front().height())
-      throw RenderError("the inputs of a kernel differ in size");
+      throw ImageError("the inputs of a kernel differ in size");
   }
   VipsImage* out = vips_image_new();
   std::array<VipsImage*, maxInputs + 1> raw{};
@@ -103,8 +103,8 @@ Image mapRows(const std::vector<Image>& inputs, int outBands, RowFn fn) {
 }
 
 Image generate(int width, int height, int bands, RowFn fn) {
-  initRenderLibraries();
-  if (width < 1 || height < 1) throw RenderError("a generated image needs a size");
+  initImageLibraries();
+  if (width < 1 || height < 1) throw ImageError("a generated image needs a size");
   VipsImage* out = vips_image_new();
   Image result = Image::adopt(out);
   if (vips_image_pipelinev(out, VIPS_DEMAND_STYLE_ANY, nullptr)) failed("cannot build a generator");
@@ -117,8 +117,8 @@ Image generate(int width, int height, int bands, RowFn fn) {
 }
 
 Image mapWindow(const Image& input, int radius, int outBands, WindowFn fn) {
-  initRenderLibraries();
-  if (radius < 0) throw RenderError("a window needs a radius of 0 or more");
+  initImageLibraries();
+  if (radius < 0) throw ImageError("a window needs a radius of 0 or more");
   vips::VImage source = withVips("cannot prepare a kernel input", [&] {
     vips::VImage f = asFloat(input);
     return radius == 0 ? f

@@ -10,7 +10,7 @@
 #include <functional>
 #include <vector>
 
-#include "engine/render/image.h"
+#include "engine/media/image.h"
 
 namespace lumivale::kernel {
 
@@ -21,7 +21,7 @@ using RowFn = std::function<void(const float* const* inputs, float* out, int wid
 
 /// An image of the inputs' size (they must all have one size) whose pixels
 /// `fn` computes, with `outBands` float bands. Inputs that are not float are
-/// cast to float first. Throws RenderError for no inputs or unequal sizes.
+/// cast to float first. Throws ImageError for no inputs or unequal sizes.
 Image mapRows(const std::vector<Image>& inputs, int outBands, RowFn fn);
 
 /// A `width` × `height` image of `bands` float bands made by `fn` from the

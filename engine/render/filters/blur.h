@@ -3,7 +3,7 @@
 // image's edges as if its edge pixels went on for ever (clamp to extent), so
 // borders neither darken nor brighten; the result has the input's size.
 
-#include "engine/render/image.h"
+#include "engine/media/image.h"
 
 namespace lumivale::filters {
 

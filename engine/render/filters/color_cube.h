@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "engine/render/image.h"
+#include "engine/media/image.h"
 
 namespace lumivale::filters {
 
@@ -13,7 +13,7 @@ namespace lumivale::filters {
 /// (b × n + g) × n + r), as `ToneLUT::cube` makes them. The input colour is
 /// clamped to 0 … 1 (NaN as 0) and interpolated trilinearly between the
 /// eight surrounding entries; the output is their R, G and B. Throws
-/// RenderError when the cube's size does not match the dimension or the
+/// ImageError when the cube's size does not match the dimension or the
 /// dimension is below 2.
 Image colorCube(const Image& input, const std::vector<float>& cube, int dimension);
 

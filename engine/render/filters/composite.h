@@ -1,8 +1,8 @@
 #pragma once
 // Filters that combine two images of one size pixel by pixel. Images of
-// different sizes are an error (RenderError).
+// different sizes are an error (ImageError).
 
-#include "engine/render/image.h"
+#include "engine/media/image.h"
 
 namespace lumivale::filters {
 

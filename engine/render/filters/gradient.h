@@ -4,7 +4,7 @@
 // evaluated at its centre (x + 0.5, y + 0.5). The result is 1-band float.
 
 #include "engine/edit/geometry.h"
-#include "engine/render/image.h"
+#include "engine/media/image.h"
 
 namespace lumivale::filters {
 

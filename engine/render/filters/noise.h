@@ -2,7 +2,7 @@
 // Noise filters for non-RAW photos: edge-preserving smoothing and the 3 × 3
 // median. Edges are clamped to extent; the result has the input's size.
 
-#include "engine/render/image.h"
+#include "engine/media/image.h"
 
 namespace lumivale::filters {
 

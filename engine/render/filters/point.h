@@ -7,7 +7,7 @@
 
 #include <array>
 
-#include "engine/render/image.h"
+#include "engine/media/image.h"
 
 namespace lumivale::filters {
 

@@ -2,7 +2,7 @@
 // Noise that is a pure function of position: the same pixel gets the same
 // values in every tile, every render and every thread.
 
-#include "engine/render/image.h"
+#include "engine/media/image.h"
 
 namespace lumivale::filters {
 

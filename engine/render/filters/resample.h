@@ -4,7 +4,7 @@
 // (see how_it_works.md for the one conversion from bottom-left transforms).
 
 #include "engine/edit/geometry.h"
-#include "engine/render/image.h"
+#include "engine/media/image.h"
 
 namespace lumivale::filters {
 

@@ -1,21 +1,24 @@
 #pragma once
-// The renderer's image handle: a node of a lazy libvips graph (see
-// how_it_works.md). Copying a handle shares the node; nothing is computed
-// until pixels are asked for. Thread-safe to share and read.
+// The image handle of decoders, the renderer and encoders: a node of a lazy
+// libvips graph (see engine/render/how_it_works.md). Copying a handle shares
+// the node; nothing is computed until pixels are asked for. Thread-safe to
+// share and read.
 
 #include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "engine/media/safe_file.h"
+
 struct _VipsImage;
 
 namespace lumivale {
 
-/// A render step or a decode failed; the message is one line.
-class RenderError : public std::runtime_error {
+/// A decode, a render step or an encode failed; the message is one line.
+class ImageError : public MediaError {
  public:
-  explicit RenderError(const std::string& message) : std::runtime_error(message) {}
+  explicit ImageError(const std::string& message) : MediaError(message) {}
 };
 
 /// Linear RGB, the working space's unit.
@@ -67,15 +70,15 @@ class Image {
 
   /// Computes every pixel once into memory and returns an image backed by
   /// them, so later steps start from pixels instead of re-running the chain.
-  /// Throws RenderError.
+  /// Throws ImageError.
   Image materialize() const;
 
   /// Computes the pixels of the rectangle (clipped to the image) as float.
-  /// Throws RenderError.
+  /// Throws ImageError.
   FloatPixels readPixels(int left, int top, int width, int height) const;
   FloatPixels readPixels() const { return readPixels(0, 0, width(), height()); }
 
-  /// The underlying libvips image; for the glue code of engine/render only.
+  /// The underlying libvips image; for glue code (vips_glue.h) only.
   _VipsImage* get() const { return image_; }
 
  private:

@@ -1,15 +1,15 @@
-#include "engine/render/image.h"
+#include "engine/media/image.h"
 
 #include <algorithm>
 #include <cstring>
 #include <mutex>
 
 #include "engine/media/media_libraries.h"
-#include "engine/render/vips_glue.h"
+#include "engine/media/vips_glue.h"
 
 namespace lumivale {
 
-void initRenderLibraries() {
+void initImageLibraries() {
   static std::once_flag once;
   std::call_once(once, [] {
     initMediaLibraries();
@@ -58,7 +58,7 @@ int Image::height() const { return image_ ? vips_image_get_height(image_) : 0; }
 int Image::bands() const { return image_ ? vips_image_get_bands(image_) : 0; }
 
 Image Image::constant(int width, int height, LinearRGB colour, int bands) {
-  initRenderLibraries();
+  initImageLibraries();
   return withVips("cannot make a constant image", [&] {
     vips::VImage black = vips::VImage::black(std::max(width, 1), std::max(height, 1),
                                              vips::VImage::option()->set("bands", bands));
@@ -72,10 +72,10 @@ Image Image::constant(int width, int height, LinearRGB colour, int bands) {
 }
 
 Image Image::fromPixels(const FloatPixels& pixels) {
-  initRenderLibraries();
+  initImageLibraries();
   if (pixels.width < 1 || pixels.height < 1 || pixels.bands < 1 ||
       pixels.values.size() != std::size_t(pixels.width) * pixels.height * pixels.bands) {
-    throw RenderError("pixels do not match their size");
+    throw ImageError("pixels do not match their size");
   }
   return withVips("cannot wrap pixels", [&] {
     // new_from_memory borrows the buffer; copy_memory makes the image own

@@ -1,19 +1,19 @@
 #pragma once
 // libvips on our side of the fence: conversions between `Image` and
-// `vips::VImage`, and libvips failures as RenderError. Included by the .cpp
-// files of engine/render only; headers never see libvips.
+// `vips::VImage`, and libvips failures as ImageError. Included by .cpp files
+// of engine/media and engine/render only; headers never see libvips.
 
 #include <vips/vips8>
 
 #include <string>
 
-#include "engine/render/image.h"
+#include "engine/media/image.h"
 
 namespace lumivale {
 
 /// The image as a libvips C++ handle (shares the node).
 inline vips::VImage vipsImage(const Image& image) {
-  if (image.empty()) throw RenderError("an image was missing in the render chain");
+  if (image.empty()) throw ImageError("an image was missing in the render chain");
   return vips::VImage(image.get(), vips::NOSTEAL);
 }
 
@@ -24,7 +24,7 @@ inline Image fromVips(const vips::VImage& image) {
   return Image::adopt(raw);
 }
 
-/// Runs `body`, turning a libvips failure (vips::VError) into RenderError
+/// Runs `body`, turning a libvips failure (vips::VError) into ImageError
 /// "<what>: <libvips' message>" and clearing libvips' error buffer.
 template <class Body>
 auto withVips(const char* what, Body body) -> decltype(body()) {
@@ -34,12 +34,13 @@ auto withVips(const char* what, Body body) -> decltype(body()) {
     std::string message = e.what();
     vips_error_clear();
     while (!message.empty() && (message.back() == '\n' || message.back() == ' ')) message.pop_back();
-    throw RenderError(std::string(what) + ": " + message);
+    throw ImageError(std::string(what) + ": " + message);
   }
 }
 
-/// Starts libvips for rendering (idempotent, thread-safe): the operation cache
-/// off, warnings silenced.
-void initRenderLibraries();
+/// Starts libvips for decoding, rendering and encoding (idempotent,
+/// thread-safe): the loaders of ours only, warnings silenced, the operation
+/// cache off.
+void initImageLibraries();
 
 }  // namespace lumivale

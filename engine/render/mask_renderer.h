@@ -16,6 +16,7 @@
 #include <span>
 
 #include "engine/edit/photo_mask.h"
+#include "engine/media/image.h"
 #include "engine/render/mask_bitmap.h"
 
 namespace lumivale::MaskRenderer {
@@ -53,5 +54,27 @@ PixelSize brushBitmapSize(double aspect);
 /// outside the bitmap, changes nothing. A size that is zero or negative gives
 /// an empty bitmap.
 MaskBitmap paint(std::span<const BrushDab> dabs, int width, int height);
+
+/// The coverage image of `mask` for a render of `width` × `height` pixels:
+/// 1-band float, 0 (no effect) … 1 (full effect), origin top-left.
+/// - linear: 1 up to (x0, y0), 0 from (x1, y1) on, linear between, along the
+///   line between the two points (unit coordinates times the size);
+/// - radial: 1 inside the inner ellipse (inner radius min(max(1 − feather, 0),
+///   0.999) of the ellipse with radii rx × width, ry × height around
+///   (cx × width, cy × height)), 0 outside the ellipse, linear between;
+/// - brush: the dabs painted at the size `brushBitmapSize` gives for the
+///   render's aspect, scaled to the render size (bilinear, edges repeated);
+///   black without dabs;
+/// - smart kinds: the stored bitmap scaled likewise; black when there is none
+///   or it does not decode.
+/// Brush and smart bitmaps are cached process-wide (one lock, each cache
+/// emptied when it holds more than 30 images); painting and decoding happen
+/// outside the lock. An empty image for a size below 1 × 1.
+Image image(const PhotoMask& mask, int width, int height);
+
+/// Images held by the two caches now, and emptying them (for tests).
+std::size_t cachedBrushImages();
+std::size_t cachedSmartImages();
+void clearImageCaches();
 
 }  // namespace lumivale::MaskRenderer

@@ -227,7 +227,12 @@ void applyDirectory(const ExifMetadata::RawDirectory& directory, RawInfo& info) 
   if (info.exposure == 0) info.exposure = directory.exposure;
   if (info.fNumber == 0) info.fNumber = directory.fNumber;
   if (info.focal == 0) info.focal = directory.focal;
-  if (directory.recordedWidth > 0 && directory.recordedHeight > 0) {
+  // The recorded size, unless it is a preview's: where exiv2 reads the EXIF
+  // of an embedded JPEG (RW2, some RAF), it may describe that JPEG, far
+  // smaller than the picture LibRaw finds.
+  const std::int64_t recorded = std::int64_t(directory.recordedWidth) * directory.recordedHeight;
+  const std::int64_t visible = std::int64_t(info.width) * info.height;
+  if (recorded > 0 && 2 * recorded >= visible) {
     info.width = directory.recordedWidth;
     info.height = directory.recordedHeight;
   }

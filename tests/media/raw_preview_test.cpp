@@ -106,6 +106,16 @@ TEST(RawPreviewTest, TakesCameraAndSizeAsTheFileRecordsThem) {
         .exifWidth = 94,
         .exifHeight = 62},
        {"PENTAX", "PENTAX K-1", 62, 94}},
+      // An EXIF size far below the picture's describes a preview.
+      {"P1000001.RW2",
+       {.width = 96,
+        .height = 64,
+        .make = "Panasonic",
+        .model = "DC-G9",
+        .dngTags = false,
+        .exifWidth = 48,
+        .exifHeight = 32},
+       {"Panasonic", "DC-G9", 96, 64}},
       // IFD0 describes the preview; the camera is named beside the raw image.
       {"IMG_0001.CR2",
        {.width = 96,

@@ -1,5 +1,8 @@
 #include "engine/edit/photo_mask.h"
 
+#include <algorithm>
+#include <cctype>
+
 #include "engine/edit/record_fields.h"
 #include "engine/edit/uuid.h"
 
@@ -26,6 +29,16 @@ constexpr std::array<KindInfo, 6> kindInfo{{
 
 const KindInfo& info(MaskKind kind) { return kindInfo.at(static_cast<std::size_t>(kind)); }
 
+bool equalIgnoringCase(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+           return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+         });
+}
+
+bool allDigits(std::string_view text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
 }  // namespace
 
 const std::array<MaskKind, 6>& allMaskKinds() {
@@ -48,6 +61,36 @@ std::optional<MaskKind> maskKindFromKey(std::string_view text) {
 
 PhotoMask::PhotoMask(MaskKind kind, std::optional<std::string> name)
     : id(newUUID()), name(name ? std::move(*name) : std::string(title(kind))), kind(kind) {}
+
+std::size_t findMask(std::span<const PhotoMask> masks, std::string_view reference) {
+  if (reference.empty()) throw MaskLookupError("no mask given");
+  const std::string shown(reference);
+  for (std::size_t i = 0; i < masks.size(); ++i)
+    if (equalIgnoringCase(masks[i].id, reference)) return i;
+
+  if (allDigits(reference) && reference.size() <= 9) {
+    const std::size_t index = std::stoul(shown);
+    if (index < masks.size()) return index;
+  }
+
+  std::optional<std::size_t> found;
+  int matches = 0;
+  for (std::size_t i = 0; i < masks.size(); ++i) {
+    const std::string_view id = masks[i].id;
+    if (id.size() >= reference.size() && equalIgnoringCase(id.substr(0, reference.size()), reference)) {
+      found = i;
+      ++matches;
+    }
+  }
+  if (matches == 1) return *found;
+  if (matches > 1)
+    throw MaskLookupError("\"" + shown + "\" is the start of " + std::to_string(matches) +
+                          " mask ids; give more of the id");
+  if (masks.empty()) throw MaskLookupError("the photo has no masks");
+  throw MaskLookupError("no mask \"" + shown +
+                        "\": give its id, the start of its id, or its position from 0 to " +
+                        std::to_string(masks.size() - 1));
+}
 
 namespace codec {
 

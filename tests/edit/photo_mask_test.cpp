@@ -5,6 +5,8 @@
 #include <set>
 #include <unordered_set>
 
+#include "tests/support/errors.h"
+
 using namespace lumivale;
 
 namespace {
@@ -62,6 +64,28 @@ TEST(MaskAdjustTest, HashAgreesWithEqualityAndSeparatesFields) {
   }
   // The same value in different fields must not collide.
   EXPECT_EQ(hashes.size(), std::size(fields) + 1);
+}
+
+TEST(MaskLookupTest, FindsByIdIndexOrUniquePrefix) {
+  std::vector<PhotoMask> masks(4);
+  const char* ids[] = {"1A2B0000-0000-4000-8000-000000000000", "1A2C0000-0000-4000-8000-000000000000",
+                       "70000000-0000-4000-8000-000000000000", "3"};
+  for (int i = 0; i < 4; ++i) masks[i].id = ids[i];
+  for (auto [reference, index] : {std::pair{"1a2b0000-0000-4000-8000-000000000000", 0},
+                                  {"1A2C", 1},
+                                  {"0", 0},
+                                  {"2", 2},
+                                  {"7", 2},
+                                  {"3", 3},
+                                  {"1a2b", 0}})
+    EXPECT_EQ(findMask(masks, reference), std::size_t(index)) << reference;
+  for (auto [reference, message] :
+       {std::pair{"1A2", "\"1A2\" is the start of 2 mask ids; give more of the id"},
+        {"", "no mask given"},
+        {"9", "no mask \"9\": give its id, the start of its id, or its position from 0 to 3"},
+        {"123456789012", "no mask \"123456789012\""}})
+    EXPECT_TRUE(test::throwsWith<MaskLookupError>([&] { findMask(masks, reference); }, message)) << reference;
+  EXPECT_TRUE(test::throwsWith<MaskLookupError>([&] { findMask({}, "0"); }, "the photo has no masks"));
 }
 
 }  // namespace

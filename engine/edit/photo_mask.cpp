@@ -149,18 +149,9 @@ bool Codec<MaskKind>::read(JsonReader& r, MaskKind& out) {
 }
 void Codec<MaskKind>::write(JsonWriter& w, const MaskKind& v) { w.value(key(v)); }
 
-template <>
-RecordFields<MaskAdjust> fieldsOf<MaskAdjust>() {
-  return maskAdjustFields;
-}
-template <>
-RecordFields<BrushDab> fieldsOf<BrushDab>() {
-  return brushDabFields;
-}
-template <>
-RecordFields<PhotoMask> fieldsOf<PhotoMask>() {
-  return photoMaskFields;
-}
+LUMIVALE_FIELDS_OF(MaskAdjust, maskAdjustFields)
+LUMIVALE_FIELDS_OF(BrushDab, brushDabFields)
+LUMIVALE_FIELDS_OF(PhotoMask, photoMaskFields)
 
 }  // namespace codec
 

@@ -439,6 +439,13 @@ struct RecordFields {
   }
 };
 
+/// Defines `fieldsOf<Type>()` as `table`; written next to each table.
+#define LUMIVALE_FIELDS_OF(Type, table) \
+  template <>                           \
+  RecordFields<Type> fieldsOf<Type>() { \
+    return table;                       \
+  }
+
 template <class Record>
 void hashRecord(Hasher& h, const Record& record) {
   const RecordFields<Record> table = fieldsOf<Record>();

@@ -120,30 +120,12 @@ static_assert(editSettingsFields.fields.size() == 39);
 
 }  // namespace
 
-template <>
-RecordFields<CurvePoint> fieldsOf<CurvePoint>() {
-  return curvePointFields;
-}
-template <>
-RecordFields<ToneCurve> fieldsOf<ToneCurve>() {
-  return toneCurveFields;
-}
-template <>
-RecordFields<HSLBand> fieldsOf<HSLBand>() {
-  return hslBandFields;
-}
-template <>
-RecordFields<GradeWheel> fieldsOf<GradeWheel>() {
-  return gradeWheelFields;
-}
-template <>
-RecordFields<CropRect> fieldsOf<CropRect>() {
-  return cropRectFields;
-}
-template <>
-RecordFields<EditSettings> fieldsOf<EditSettings>() {
-  return editSettingsFields;
-}
+LUMIVALE_FIELDS_OF(CurvePoint, curvePointFields)
+LUMIVALE_FIELDS_OF(ToneCurve, toneCurveFields)
+LUMIVALE_FIELDS_OF(HSLBand, hslBandFields)
+LUMIVALE_FIELDS_OF(GradeWheel, gradeWheelFields)
+LUMIVALE_FIELDS_OF(CropRect, cropRectFields)
+LUMIVALE_FIELDS_OF(EditSettings, editSettingsFields)
 
 }  // namespace codec
 

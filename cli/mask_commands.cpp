@@ -9,6 +9,7 @@
 #include "cli/commands.h"
 #include "cli/common.h"
 #include "engine/catalog/photo_library.h"
+#include "engine/edit/photo_mask.h"
 #include "engine/export/mask_export.h"
 
 namespace lumivale::cli {

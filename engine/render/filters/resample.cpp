@@ -14,6 +14,11 @@
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
 #include <hwy/highway.h>
 
+#include <algorithm>
+#include <cmath>
+
+#include "engine/render/kernel.h"
+
 HWY_BEFORE_NAMESPACE();
 namespace lumivale::filters::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
@@ -36,6 +41,80 @@ void WeightedRows(const float* const* rows, const float* w, int taps, float* out
   }
 }
 
+// Stores the first three floats of `v` at o; `spare` says o[3] may be
+// written too.
+#if HWY_TARGET != HWY_SCALAR
+template <class V4>
+HWY_INLINE void StoreRgb(V4 v, float* o, bool spare) {
+  const hn::FixedTag<float, 4> d4;
+  if (spare) return hn::StoreU(v, d4, o);
+  HWY_ALIGN float rgba[4];
+  hn::Store(v, d4, rgba);
+  o[0] = rgba[0], o[1] = rgba[1], o[2] = rgba[2];
+}
+#endif
+
+// Output pixels x … x + width − 1 of row y along the row: pixel i reads
+// count[i] input pixels from first[i] on, with weights[i × stride …]. RGB
+// pixels are read as 4-float vectors, whose fourth lane (the next pixel's
+// red) falls away, wherever that fourth float lies inside the area.
+void ResampleRow(const kernel::InputArea& in, int y, const int* first, const int* count, const float* weights,
+                 int stride, float* out, int width) {
+  const int bands = in.bands;
+  [[maybe_unused]] const float* end = in.at(in.rect.right() - 1, y) + bands;
+  for (int i = 0; i < width; ++i) {
+    const float* w = weights + std::size_t(i) * stride;
+    const float* p = in.at(first[i], y);
+    const int n = count[i];
+#if HWY_TARGET != HWY_SCALAR
+    if (bands == 3 && p + 3 * n < end) {
+      const hn::FixedTag<float, 4> d4;
+      auto sum = hn::Mul(hn::Set(d4, w[0]), hn::LoadU(d4, p));
+      for (int k = 1; k < n; ++k) sum = hn::MulAdd(hn::Set(d4, w[k]), hn::LoadU(d4, p + 3 * k), sum);
+      StoreRgb(sum, out + 3 * i, i + 1 < width);
+      continue;
+    }
+#endif
+    for (int c = 0; c < bands; ++c) {
+      float sum = 0;
+      for (int k = 0; k < n; ++k) sum += w[k] * p[k * bands + c];
+      out[i * bands + c] = sum;
+    }
+  }
+}
+
+// Bilinear samples of the input (w × h, edges repeated) at (u0 + i du,
+// v0 + i dv) for i = 0 … width − 1, in pixel-centre coordinates (pixel j
+// is centred at j).
+void AffineRow(const kernel::InputArea& in, int w, int h, double u0, double v0, double du, double dv,
+               float* out, int width) {
+  const int bands = in.bands;
+  [[maybe_unused]] const float* end = in.at(in.rect.right() - 1, in.rect.bottom() - 1) + bands;
+  for (int i = 0; i < width; ++i) {
+    const double u = u0 + i * du, v = v0 + i * dv;
+    const double fu = std::floor(u), fv = std::floor(v);
+    const float tx = float(u - fu), ty = float(v - fv);
+    const int x0 = int(std::clamp(fu, -1.0, double(w))), y0 = int(std::clamp(fv, -1.0, double(h)));
+    const int xa = std::clamp(x0, 0, w - 1), xb = std::clamp(x0 + 1, 0, w - 1);
+    const int ya = std::clamp(y0, 0, h - 1), yb = std::clamp(y0 + 1, 0, h - 1);
+    const float *p00 = in.at(xa, ya), *p10 = in.at(xb, ya), *p01 = in.at(xa, yb), *p11 = in.at(xb, yb);
+#if HWY_TARGET != HWY_SCALAR
+    if (bands == 3 && std::max({p00, p10, p01, p11}) + 3 < end) {
+      const hn::FixedTag<float, 4> d4;
+      const auto lerp = [&](auto a, auto b, float t) { return hn::MulAdd(hn::Set(d4, t), hn::Sub(b, a), a); };
+      const auto top = lerp(hn::LoadU(d4, p00), hn::LoadU(d4, p10), tx);
+      const auto bottom = lerp(hn::LoadU(d4, p01), hn::LoadU(d4, p11), tx);
+      StoreRgb(lerp(top, bottom, ty), out + 3 * i, i + 1 < width);
+      continue;
+    }
+#endif
+    for (int c = 0; c < bands; ++c) {
+      const float top = p00[c] + tx * (p10[c] - p00[c]), bottom = p01[c] + tx * (p11[c] - p01[c]);
+      out[i * bands + c] = top + ty * (bottom - top);
+    }
+  }
+}
+
 }  // namespace lumivale::filters::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 
@@ -54,6 +133,8 @@ HWY_AFTER_NAMESPACE();
 namespace lumivale::filters {
 
 HWY_EXPORT(WeightedRows);
+HWY_EXPORT(ResampleRow);
+HWY_EXPORT(AffineRow);
 
 namespace {
 
@@ -129,17 +210,10 @@ Image scaleRows(const Image& input, int outWidth) {
         const int left = taps->first[std::size_t(r.left)];
         return kernel::PixelRect{left, r.top, taps->last(r.right() - 1) - left + 1, r.height};
       },
-      [taps, bands](const kernel::InputArea& in, float* out, int width, int x, int y) {
-        for (int i = 0; i < width; ++i) {
-          const int o = x + i, count = taps->count[std::size_t(o)];
-          const float* w = taps->at(o);
-          const float* p = in.at(taps->first[std::size_t(o)], y);
-          for (int c = 0; c < bands; ++c) {
-            float sum = 0;
-            for (int k = 0; k < count; ++k) sum += w[k] * p[k * bands + c];
-            out[i * bands + c] = sum;
-          }
-        }
+      [taps](const kernel::InputArea& in, float* out, int width, int x, int y) {
+        HWY_DYNAMIC_DISPATCH(ResampleRow)
+        (in, y, &taps->first[std::size_t(x)], &taps->count[std::size_t(x)], taps->at(x), taps->stride, out,
+         width);
       });
 }
 
@@ -175,10 +249,10 @@ Image affine(const Image& input, const Affine& t, const Rect& area) {
                    t.a / det,
                    (t.c * t.ty - t.d * t.tx) / det,
                    (t.b * t.tx - t.a * t.ty) / det};
-  const int w = input.width(), h = input.height(), bands = input.bands();
+  const int w = input.width(), h = input.height();
   const double ox = left, oy = top;
   return kernel::mapArea(
-      input, std::max(int(right - left), 1), std::max(int(bottom - top), 1), bands,
+      input, std::max(int(right - left), 1), std::max(int(bottom - top), 1), input.bands(),
       [=](const kernel::PixelRect& r) {
         double minX = HUGE_VAL, minY = HUGE_VAL, maxX = -HUGE_VAL, maxY = -HUGE_VAL;
         for (double x : {ox + r.left, ox + r.right()})
@@ -193,21 +267,9 @@ Image affine(const Image& input, const Affine& t, const Rect& area) {
         return kernel::PixelRect{lo(minX), lo(minY), hi(maxX) - lo(minX), hi(maxY) - lo(minY)};
       },
       [=](const kernel::InputArea& in, float* out, int width, int x, int y) {
-        // Pixel centres: input pixel i is centred at i + ½.
+        // Input pixel j is centred at j + ½.
         const Point start = inv.apply({ox + x + 0.5, oy + y + 0.5});
-        for (int i = 0; i < width; ++i) {
-          const double u = start.x + i * inv.a - 0.5, v = start.y + i * inv.b - 0.5;
-          const double fu = std::floor(u), fv = std::floor(v);
-          const float tx = float(u - fu), ty = float(v - fv);
-          const int x0 = int(std::clamp(fu, -1.0, double(w))), y0 = int(std::clamp(fv, -1.0, double(h)));
-          const int xa = std::clamp(x0, 0, w - 1), xb = std::clamp(x0 + 1, 0, w - 1);
-          const int ya = std::clamp(y0, 0, h - 1), yb = std::clamp(y0 + 1, 0, h - 1);
-          const float *p00 = in.at(xa, ya), *p10 = in.at(xb, ya), *p01 = in.at(xa, yb), *p11 = in.at(xb, yb);
-          for (int c = 0; c < bands; ++c) {
-            const float top = p00[c] + tx * (p10[c] - p00[c]), bottom = p01[c] + tx * (p11[c] - p01[c]);
-            out[i * bands + c] = top + ty * (bottom - top);
-          }
-        }
+        HWY_DYNAMIC_DISPATCH(AffineRow)(in, w, h, start.x - 0.5, start.y - 0.5, inv.a, inv.b, out, width);
       });
 }
 

@@ -102,32 +102,54 @@ constexpr double identitySigma = 0.05;
 // The kernel stops where what it leaves out of its two tails weighs less.
 constexpr double tailWeight = 1e-3;
 
-// w[0 … R] of the discrete Gaussian cut to its reach R, normalised so that
-// w[0] + 2 Σ w[k] = 1.
-std::vector<float> gaussianWeights(double sigma) {
+// From this sigma on the sampled bell is used: it differs from the discrete
+// Gaussian by less than 2e-6 of a weight there, and the Fourier sums would
+// cost O(σ²).
+constexpr double sampledSigma = 32;
+
+// The weights T(0 … n − 1) of the discrete Gaussian. Sampling its transform
+// at m points adds T(k ± m), T(k ± 2m) … to each weight; with m ≥ 4 (n + 8)
+// those lie beyond 18 σ.
+std::vector<double> discreteGaussian(double sigma, int n) {
   const double t = sigma * sigma;
-  const int longest = int(std::ceil(6 * sigma)) + 2;
-  // Sampling the transform at `m` points adds T(k ± m), T(k ± 2m) … to each
-  // weight; with m ≥ 4 (longest + 8) those lie beyond 18 σ.
   int m = 64;
-  while (m < 4 * (longest + 8)) m *= 2;
+  while (m < 4 * (n + 8)) m *= 2;
   std::vector<double> cosine(static_cast<std::size_t>(m)), spectrum(static_cast<std::size_t>(m));
   for (int j = 0; j < m; ++j) {
     cosine[std::size_t(j)] = std::cos(2 * std::numbers::pi * j / m);
     spectrum[std::size_t(j)] = std::exp(t * (cosine[std::size_t(j)] - 1));
   }
   std::vector<double> weights;
-  double inside = 0;
-  for (int k = 0; k <= longest; ++k) {
+  for (int k = 0; k < n; ++k) {
     double sum = 0;
     for (int j = 0; j < m; ++j)
-      sum += spectrum[std::size_t(j)] * cosine[std::size_t((std::int64_t(j) * k) % m)];
+      sum += spectrum[std::size_t(j)] * cosine[std::size_t(j * k) & std::size_t(m - 1)];
     weights.push_back(std::max(sum / m, 0.0));
-    inside += k == 0 ? weights.back() : 2 * weights.back();
-    if (1 - inside < tailWeight) break;
+  }
+  return weights;
+}
+
+// w[0 … R] of the Gaussian cut to its reach R, normalised so that
+// w[0] + 2 Σ w[k] = 1.
+std::vector<float> gaussianWeights(double sigma) {
+  const int longest = int(std::ceil(6 * sigma)) + 2;
+  std::vector<double> weights;
+  if (sigma < sampledSigma) {
+    weights = discreteGaussian(sigma, longest + 1);
+  } else {
+    for (int k = 0; k <= longest; ++k) weights.push_back(std::exp(-k * k / (2 * sigma * sigma)));
+  }
+  double total = weights[0];
+  for (std::size_t k = 1; k < weights.size(); ++k) total += 2 * weights[k];
+  double inside = 0;
+  std::size_t reach = 0;
+  for (; reach < weights.size(); ++reach) {
+    inside += reach == 0 ? weights[0] : 2 * weights[reach];
+    if (1 - inside / total < tailWeight) break;
   }
   std::vector<float> result;
-  for (double w : weights) result.push_back(float(w / inside));
+  for (std::size_t k = 0; k <= std::min(reach, weights.size() - 1); ++k)
+    result.push_back(float(weights[k] / inside));
   return result;
 }
 
@@ -172,10 +194,8 @@ Image blurRows(const Image& input, std::shared_ptr<const Kernel> kernel) {
           }
         };
         for (int px = x; px < first; ++px) edge(px);
-        if (end > first)
-          HWY_DYNAMIC_DISPATCH(BlurRow)
-          (in.at(first, y), bands, weights, reach, out + (first - x) * bands,
-           std::size_t(end - first) * bands);
+        if (end > first) HWY_DYNAMIC_DISPATCH(BlurRow)
+        (in.at(first, y), bands, weights, reach, out + (first - x) * bands, std::size_t(end - first) * bands);
         for (int px = std::max(end, first); px < x + width; ++px) edge(px);
       });
 }

@@ -86,3 +86,18 @@ BENCHMARK_CAPTURE(renderPreview, exposureAndTone, EditSettings{.exposure = 0.7, 
 BENCHMARK_CAPTURE(renderPreview, everyStage, everyStage())->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
+namespace {
+EditSettings masksOnly() { EditSettings s = everyStage(); s.straighten = 0; s.crop = {}; s.sharpenAmount = 0; s.vignetteAmount = 0; s.grainAmount = 0; return s; }
+EditSettings geometryOnly() { return EditSettings{.straighten = 2.5, .crop = {0.05, 0.05, 0.9, 0.9}}; }
+BENCHMARK_CAPTURE(renderPreview, masksOnly, masksOnly())->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(renderPreview, geometryOnly, geometryOnly())->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(renderPreview, sharpen, EditSettings{.sharpenAmount = 40})->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(renderPreview, vignette, EditSettings{.vignetteAmount = -30})->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(renderPreview, grain, EditSettings{.grainAmount = 20})->Unit(benchmark::kMillisecond)->UseRealTime();
+}
+namespace {
+EditSettings oneMask(int which) { EditSettings s = masksOnly(); s.masks = {s.masks[std::size_t(which)]}; s.exposure = 0; s.contrast = 0; s.highlights = 0; s.shadows = 0; s.vibrance = 0; return s; }
+BENCHMARK_CAPTURE(renderPreview, brushMask, oneMask(0))->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(renderPreview, radialMask, oneMask(1))->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(renderPreview, linearMask, oneMask(2))->Unit(benchmark::kMillisecond)->UseRealTime();
+}

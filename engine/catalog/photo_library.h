@@ -150,9 +150,9 @@ class PhotoLibrary {
   // Organising
   //
   // Writes that take a list of ids change each listed photo; an id that is
-  // not in the catalog is passed over. Single-statement-per-id writes stop at
-  // the first failing statement; `addKeywords` and `remove` are one
-  // transaction each. Reads never throw.
+  // not in the catalog (or listed twice) is passed over. Each write is all
+  // or nothing for its whole list, however long: one statement or one
+  // transaction. Reads never throw.
 
   /// Stores the rating clamped to 0...5.
   void setRating(const std::vector<std::int64_t>& ids, int rating);
@@ -165,11 +165,15 @@ class PhotoLibrary {
   std::vector<std::string> keywords(std::int64_t id);
   /// Every keyword in order with the number of photos that carry it.
   std::vector<std::pair<std::string, int>> allKeywords();
-  /// Adds each word, trimmed and lower-cased, to each photo; a word that is
-  /// empty after trimming is left out. One transaction.
+  /// The form in which keywords are stored and compared: trimmed and
+  /// lower-cased, so "Sky", " sky " and "sky" are one keyword.
+  static std::string keywordForm(const std::string& word);
+  /// Adds each word in `keywordForm` to each photo; a word that is empty
+  /// after trimming is left out.
   void addKeywords(const std::vector<std::int64_t>& ids, const std::vector<std::string>& words);
-  /// Removes the word (normalised as `addKeywords` stores it) from each photo.
-  void removeKeyword(const std::vector<std::int64_t>& ids, const std::string& word);
+  /// Removes the word (in `keywordForm`) from each photo; returns the number
+  /// of photos that had it.
+  int removeKeyword(const std::vector<std::int64_t>& ids, const std::string& word);
 
   /// Every collection, by name without regard to case.
   std::vector<Collection> collections();

@@ -330,34 +330,4 @@ TEST_F(EditsTest, ConcurrentNamedSavesNumberTheirStepsWithoutGaps) {
   EXPECT_EQ(library.settings(id), h.steps.back().settings);
 }
 
-// A process killed in the middle of applying a preset to many photos must
-// leave every photo's edit and history as they were before.
-TEST(EditsInterruptedTest, KilledMidBatchLeavesEveryEditAsBefore) {
-  constexpr int photos = 20000;
-  test::TempDir dir;
-  std::string before;
-  {
-    PhotoLibrary library(dir.path());
-    library.db().exec(R"SQL(
-      WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 20000)
-      INSERT INTO photos(id, path, folder, name, imported, raw) SELECT i, '/p/' || i, '/p', i, 0, i % 2 FROM n;
-    )SQL");
-    // Some photos already have a history, so the batch also cuts redo tails.
-    for (int id = 1; id <= photos; id += 997) {
-      library.saveSettings(id, ex(id / 1000.0), "first");
-      library.saveSettings(id, ex(1), "second");
-      library.goToHistory(id, 2);
-    }
-    before = dumpEdits(library);
-  }
-  test::killInsideTransaction(dir.path(), [](PhotoLibrary& library) {
-    Ids ids;
-    for (int id = 1; id <= photos; ++id) ids.push_back(id);
-    library.applyPreset(ids, BuiltInPresets::all().back());
-  });
-  PhotoLibrary library(dir.path());
-  EXPECT_EQ(dumpEdits(library), before);
-  EXPECT_EQ(library.db().query("SELECT COUNT(*) FROM history").front().front(), SQLValue(3 * 21));
-}
-
 }  // namespace

@@ -125,9 +125,10 @@ class PhotoLibrary {
 
   /// Imports the supported photo files of `folder` (and of its subfolders
   /// when `recursive`; hidden files, packages and our library folder are left
-  /// out) in the file browser's order, then records the folder in `folders`.
-  /// Throws FileError when the folder cannot be listed, SQLError (with
-  /// nothing inserted) when the catalog cannot be written.
+  /// out) in the file browser's order, and records the folder in `folders`
+  /// in the same transaction. Throws FileError when the folder cannot be
+  /// listed, SQLError (with nothing inserted) when the catalog cannot be
+  /// written.
   ImportResult importFolder(const std::filesystem::path& folder, bool recursive,
                             const ImportProgress& progress = {});
 
@@ -140,12 +141,17 @@ class PhotoLibrary {
                            const ImportProgress& progress = {});
 
   /// The insert step of `importFiles`: in one transaction, a row (and its
-  /// keyword rows) for each file whose meta is present, a `failed` count for
-  /// each absent one; `files` and `metas` pair up by index and `files` are
-  /// standardized paths. Throws SQLError, rolling everything back.
+  /// keyword rows, stored as `keywordForm` gives them) for each file whose
+  /// meta is present, a `failed` count for each absent one, and a `folders`
+  /// row for `folder` when given; `files` and `metas` pair up by index and
+  /// `files` are standardized paths. A path that is in the catalog by the
+  /// time its row goes in (another import got there first) counts as
+  /// skipped, and its keywords are left alone. Throws SQLError, rolling
+  /// everything back.
   ImportResult insertPhotos(const std::vector<std::filesystem::path>& files,
                             const std::vector<std::optional<PhotoMeta>>& metas,
-                            const ImportProgress& progress = {});
+                            const ImportProgress& progress = {},
+                            const std::optional<std::filesystem::path>& folder = std::nullopt);
 
   // Organising
   //
@@ -274,6 +280,8 @@ class PhotoLibrary {
   // (transactions do not nest), so batches can save many photos in one.
   void writeSettings(std::int64_t id, const EditSettings& settings, const std::optional<std::string>& step,
                      double now);
+  ImportResult importListed(const std::vector<std::filesystem::path>& files, const ImportProgress& progress,
+                            const std::optional<std::filesystem::path>& folder);
   void applyPresetSettings(const std::vector<std::int64_t>& ids, const std::string& name,
                            const EditSettings& preset, const std::set<SettingsGroup>& groups);
 

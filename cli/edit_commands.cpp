@@ -25,7 +25,7 @@ using Json = nlohmann::json;
 
 // ---- Shared helpers ----------------------------------------------------------
 
-std::string quoted(const std::string& text) { return "\"" + text + "\""; }
+std::string quoted(const std::string& text) { return "\"" + printable(text) + "\""; }
 
 std::int64_t photoAt(PhotoLibrary& library, const Arguments& args, std::size_t index) {
   std::int64_t id = parseId(args.positional.at(index));
@@ -172,14 +172,13 @@ int history(Context& ctx, const Arguments& args) {
   std::size_t seqWidth = 1, nameWidth = 4;
   for (const HistoryStep& s : h.steps) {
     seqWidth = std::max(seqWidth, std::to_string(s.seq).size());
-    nameWidth = std::max(nameWidth, s.name.size());
+    nameWidth = std::max(nameWidth, columns(printable(s.name)));
   }
   nameWidth = std::min<std::size_t>(nameWidth, 40);
   for (const HistoryStep& s : h.steps) {
     std::string seq = std::to_string(s.seq);
-    std::string name = s.name + std::string(nameWidth > s.name.size() ? nameWidth - s.name.size() : 0, ' ');
     ctx.out << (s.seq == h.position ? "> " : "  ") << std::string(seqWidth - seq.size(), ' ') << seq << "  "
-            << name << "  " << localTimeText(s.date) << "\n";
+            << padded(printable(s.name), nameWidth) << "  " << localTimeText(s.date) << "\n";
   }
   return 0;
 }
@@ -266,7 +265,7 @@ int snapshot(Context& ctx, const Arguments& args) {
     } else {
       if (list.empty()) ctx.out << "Photo " << id << " has no snapshots.\n";
       for (const Snapshot& s : list)
-        ctx.out << s.id << "  " << localTimeText(s.date) << "  " << s.name << "\n";
+        ctx.out << s.id << "  " << localTimeText(s.date) << "  " << printable(s.name) << "\n";
     }
     return 0;
   }
@@ -334,7 +333,7 @@ int preset(Context& ctx, const Arguments& args) {
     } else {
       if (list.empty()) ctx.out << "No presets.\n";
       for (const UserPreset& p : list) {
-        ctx.out << p.id << "  " << p.name << "  (" << joined(groupKeys(p.groups), ", ") << ")\n";
+        ctx.out << p.id << "  " << printable(p.name) << "  (" << joined(groupKeys(p.groups), ", ") << ")\n";
       }
     }
     return 0;

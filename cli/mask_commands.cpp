@@ -58,7 +58,7 @@ int listMasks(Context& ctx, const Arguments& args) {
   }
   for (std::size_t i = 0; i < settings.masks.size(); ++i) {
     const PhotoMask& m = settings.masks[i];
-    ctx.out << i << "  " << m.id << "  " << m.name << "  (" << key(m.kind) << ")";
+    ctx.out << i << "  " << printable(m.id) << "  " << printable(m.name) << "  (" << key(m.kind) << ")";
     if (m.invert) ctx.out << "  inverted";
     if (m.opacity != 1) ctx.out << "  opacity " << number(m.opacity);
     std::string adjustments;
@@ -102,8 +102,8 @@ int importMask(Context& ctx, const Arguments& args) {
     ctx.printJson({{"photo", id},
                    {"mask", maskJson(mask, settings.masks.size() - 1)}});
   } else {
-    ctx.out << "Imported mask " << mask.id << " (" << mask.name << ", " << bitmap.width << " \u00d7 "
-            << bitmap.height << ") into photo " << id << "\n";
+    ctx.out << "Imported mask " << printable(mask.id) << " (" << printable(mask.name) << ", " << bitmap.width
+            << " \u00d7 " << bitmap.height << ") into photo " << id << "\n";
   }
   return 0;
 }
@@ -126,7 +126,7 @@ int exportMask(Context& ctx, const Arguments& args) {
                    {"width", bitmap.width},
                    {"height", bitmap.height}});
   } else {
-    ctx.out << "Wrote " << *output << " (" << bitmap.width << " \u00d7 " << bitmap.height << ")\n";
+    ctx.out << "Wrote " << printable(*output) << " (" << bitmap.width << " \u00d7 " << bitmap.height << ")\n";
   }
   return 0;
 }
@@ -144,7 +144,8 @@ int deleteMask(Context& ctx, const Arguments& args) {
   if (ctx.json) {
     ctx.printJson({{"photo", id}, {"deleted", removed.id}, {"masks", settings.masks.size()}});
   } else {
-    ctx.out << "Deleted mask " << removed.id << " (" << removed.name << ") from photo " << id << "\n";
+    ctx.out << "Deleted mask " << printable(removed.id) << " (" << printable(removed.name) << ") from photo " << id
+            << "\n";
   }
   return 0;
 }

@@ -74,6 +74,18 @@ struct EditHistory {
   bool operator==(const EditHistory&) const = default;
 };
 
+/// A photo's edit as a settings write left it, read inside the write's own
+/// transaction.
+struct SettingsCommit {
+  std::int64_t photo = 0;
+  bool changed = false;             ///< false: nothing was recorded (see `commitSettings`)
+  EditSettings settings;            ///< the photo's current settings
+  bool edited = false;              ///< they differ from the photo's initial settings
+  int position = 0;                 ///< the history position (0: no history)
+  std::optional<HistoryStep> step;  ///< the step at `position`, when it can be read
+  bool operator==(const SettingsCommit&) const = default;
+};
+
 /// Named settings of one photo, kept apart from its history.
 struct Snapshot {
   std::int64_t id = 0;     ///< the snapshot's own row id
@@ -236,6 +248,21 @@ class PhotoLibrary {
   void saveSettings(std::int64_t id, const EditSettings& settings,
                     const std::optional<std::string>& step = std::nullopt);
 
+  /// Records `settings` as the photo's edit, with a history step when
+  /// `step` is given, unless nothing changed: when the stored settings equal
+  /// them (and, with a step, the photo already has a history) nothing is
+  /// written and the result says `changed` false. A photo without history
+  /// always gets its step, which also writes the "Import" step. Comparing
+  /// and saving are one transaction, so no other writer comes between.
+  SettingsCommit commitSettings(std::int64_t id, const EditSettings& settings,
+                                const std::optional<std::string>& step);
+
+  /// Reads the photo's settings, lets `change` modify them and commits the
+  /// result as `commitSettings` does, all in one transaction. An exception
+  /// from `change` rolls back and passes through, with nothing written.
+  SettingsCommit updateSettings(std::int64_t id, const std::optional<std::string>& step,
+                                const std::function<void(EditSettings&)>& change);
+
   /// The photo's steps (rows that cannot be read are left out) and position.
   EditHistory history(std::int64_t id);
 
@@ -243,6 +270,14 @@ class PhotoLibrary {
   /// the steps themselves stay. Nothing (and no change) when the photo has
   /// no such step.
   std::optional<EditSettings> goToHistory(std::int64_t id, int seq);
+
+  /// Moves one step back, never below step 1 ("Import", the floor), and
+  /// returns the step now current; nothing (and no change) when there is no
+  /// step to go back to.
+  std::optional<HistoryStep> undo(std::int64_t id);
+  /// Moves one step forward when a later step exists, and returns it;
+  /// nothing (and no change) otherwise.
+  std::optional<HistoryStep> redo(std::int64_t id);
 
   /// The photo's snapshots, oldest first; unreadable ones left out.
   std::vector<Snapshot> snapshots(std::int64_t id);
@@ -252,6 +287,10 @@ class PhotoLibrary {
   /// photo's settings and history are not touched.
   std::int64_t addSnapshot(std::int64_t id, const std::string& name, const EditSettings& settings);
   void deleteSnapshot(std::int64_t snapshotId);
+  /// Commits the snapshot's settings to its photo as a step
+  /// "Snapshot: " + its name (as `commitSettings` does), reading the
+  /// snapshot in the same transaction; nothing when it cannot be read.
+  std::optional<SettingsCommit> applySnapshot(std::int64_t snapshotId);
 
   /// The user's presets by name without regard to case; unreadable ones
   /// left out.
@@ -264,13 +303,15 @@ class PhotoLibrary {
 
   /// Applies a look or a user preset to each photo by the preset rule (the
   /// non-local groups reset, then the carried groups taken from the
-  /// preset), each photo getting one step "Preset: " + the preset's name.
+  /// preset), each photo getting one step "Preset: " + the preset's name
+  /// unless its settings do not change (as `commitSettings` decides).
   void applyPreset(const std::vector<std::int64_t>& ids, const BuiltInPreset& look);
   void applyPreset(const std::vector<std::int64_t>& ids, const UserPreset& preset);
 
   /// Copies the `groups` of photo `from`'s settings onto each photo of `to`
-  /// (copy and paste, sync), each getting one step named `step`. The source
-  /// itself is passed over when it is among the targets.
+  /// (copy and paste, sync), each getting one step named `step` unless its
+  /// settings do not change. The source itself is passed over when it is
+  /// among the targets.
   void copySettings(std::int64_t from, const std::vector<std::int64_t>& to,
                     const std::set<SettingsGroup>& groups = allButLocal(),
                     const std::string& step = "Paste Settings");
@@ -280,6 +321,14 @@ class PhotoLibrary {
   // (transactions do not nest), so batches can save many photos in one.
   void writeSettings(std::int64_t id, const EditSettings& settings, const std::optional<std::string>& step,
                      double now);
+  // The commit rule inside a transaction the caller holds: `current` are the
+  // photo's stored settings. True when something was written.
+  bool commitWithin(std::int64_t id, const EditSettings& current, const EditSettings& settings,
+                    const std::optional<std::string>& step, double now);
+  // The photo's edit as it now stands, for the result of a commit.
+  SettingsCommit editState(std::int64_t id, bool changed);
+  // Makes step `seq` of `history` current, inside a transaction the caller holds.
+  std::optional<HistoryStep> moveTo(std::int64_t id, int seq, const EditHistory& history);
   ImportResult importListed(const std::vector<std::filesystem::path>& files, const ImportProgress& progress,
                             const std::optional<std::filesystem::path>& folder);
   void applyPresetSettings(const std::vector<std::int64_t>& ids, const std::string& name,

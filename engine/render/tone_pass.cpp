@@ -99,6 +99,8 @@ void PassRow(const TonePass& pass, const float* in, const float* mask, float* ou
   const auto group = [&](const float* at, const float* m, float* o) {
     V r, g, b;
     hn::LoadInterleaved3(d, at, r, g, b);
+    // Where a local mask covers nothing, the pixels stay as they are.
+    if (m && hn::AllTrue(d, hn::Eq(hn::LoadU(d, m), zero))) return hn::StoreInterleaved3(r, g, b, d, o);
     V nr, ng, nb;
     if (cube) {
       LookupGroup(d, rootOf(hn::Mul(r, scale)), rootOf(hn::Mul(g, scale)), rootOf(hn::Mul(b, scale)), cube, n,

@@ -8,6 +8,10 @@
 
 #include "engine/render/filters/blur.h"
 #include "engine/render/filters/color_cube.h"
+#include "engine/render/filters/composite.h"
+#include "engine/render/filters/gradient.h"
+#include "engine/render/filters/random_generator.h"
+#include "engine/render/filters/resample.h"
 #include "engine/render/filters/point.h"
 #include "engine/render/histogram.h"
 #include "engine/render/mask_bitmap.h"
@@ -138,6 +142,34 @@ TEST_F(RendererTest, EffectsChangeTheImageOnlyWhenAsked) {
   }
   // Grain is a pure function of position: two renders agree.
   EXPECT_EQ(maxDifference(renderer.render(base, full, each[2]), renderer.render(base, full, each[2])), 0);
+}
+
+TEST_F(RendererTest, FusedVignetteAndGrainEqualTheirFilterChains) {
+  const int w = base.width(), h = base.height();
+  // Vignette −40, midpoint 30, feather 70: r0 = 0.57, r1 = 0.57 + 0.56 + 0.08.
+  const double r0 = 0.3 * 0.9 + 0.3, r1 = 0.7 * 0.8 + r0 + 0.08;
+  const Image ramp = filters::radialGradient(w, h, {w / 2.0, h / 2.0}, w / 2.0, h / 2.0, r0, 0, r1, 1);
+  const Image vignetted = filters::blendWithMask(filters::exposureAdjust(base, -0.4 * 2.2), base, ramp);
+  EXPECT_LT(maxDifference(PhotoRenderer::effects(base, {.vignetteAmount = -40, .vignetteMidpoint = 30,
+                                                        .vignetteFeather = 70}, 1),
+                          vignetted),
+            1e-5);
+
+  // Grain 50, size 25 on a 64-pixel image: k = 0.35 × 1.75, a = 0.175.
+  const double k = 0.35 * 1.75, a = 0.175;
+  const int cx = int(std::ceil(w / k)) + 64, cy = int(std::ceil(h / k)) + 64, m = int(std::ceil(3 * 0.45 * k)) + 1;
+  Image noise = filters::affine(filters::randomGenerator(-32, -32, cx, cy),
+                                Affine::translation(-32, -32).appending({k, 0, 0, k, double(m), double(m)}),
+                                {0, 0, double(w + 2 * m), double(h + 2 * m)});
+  noise = filters::crop(filters::gaussianBlur(noise, 0.45 * k), m, m, w, h);
+  filters::ColorMatrix grey;
+  grey.r = grey.g = grey.b = {0, 6 * a, 0, 0};
+  grey.a = {0, 0, 0, 0};
+  grey.bias = {1 - 3 * a, 1 - 3 * a, 1 - 3 * a, 1};
+  noise = filters::colorClamp(filters::colorMatrix(noise, grey), {1 - a, 1 - a, 1 - a, 1}, {1 + a, 1 + a, 1 + a, 1});
+  EXPECT_LT(maxDifference(PhotoRenderer::effects(base, {.grainAmount = 50}, 1),
+                          filters::multiplyCompositing(noise, base)),
+            1e-5);
 }
 
 TEST_F(RendererTest, SampleAveragesOnlyPixelsInsideTheImage) {

@@ -375,6 +375,70 @@ bool readImageBlocks(std::string_view exif, std::string_view photoshop, ImagePro
   return hasExif;
 }
 
+CarriedMetadata readCarried(PhotoFile& file) {
+  // IFD0's entries that describe the photo rather than how the file stores
+  // its pixels (those belong to the new file's encoder).
+  constexpr std::uint16_t describing[] = {
+      0x010d,  // DocumentName
+      0x010e,  // ImageDescription
+      0x010f,  // Make
+      0x0110,  // Model
+      0x011a,  // XResolution
+      0x011b,  // YResolution
+      0x0128,  // ResolutionUnit
+      0x0132,  // DateTime
+      0x013b,  // Artist
+      0x013c,  // HostComputer
+      0x8298,  // Copyright
+  };
+  // The EXIF directory's entries that describe the original file, not the
+  // photo: its pixel size, the camera's private maker note, and the pointer
+  // to the interoperability directory, which is not carried.
+  constexpr std::uint16_t notCarried[] = {0xa002, 0xa003, 0x927c, 0xa005};
+  const auto listed = [](const auto& tags, std::uint16_t tag) {
+    return std::find(std::begin(tags), std::end(tags), tag) != std::end(tags);
+  };
+
+  CarriedMetadata carried;
+  try {
+    auto image = openImage(file);
+    if (image.get() == nullptr) return carried;
+    image->readMetadata();
+
+    Exiv2::ExifData exif;
+    for (const Exiv2::Exifdatum& d : image->exifData()) {
+      const auto directory = directoryOf(d);
+      if (!directory || (*directory == Directory::image && !listed(describing, d.tag())) ||
+          (*directory == Directory::photo && listed(notCarried, d.tag()))) {
+        continue;
+      }
+      exif.add(d);
+    }
+    if (!exif.empty()) {
+      Exiv2::Blob blob;
+      Exiv2::ExifParser::encode(blob, Exiv2::littleEndian, exif);
+      carried.exif.assign(blob.begin(), blob.end());
+    }
+
+    // Texts that are not UTF-8 are Latin-1, as older records hold them;
+    // the record we write declares UTF-8.
+    Exiv2::IptcData iptc = image->iptcData();
+    if (!iptc.empty()) {
+      for (Exiv2::Iptcdatum& d : iptc) {
+        if (d.typeId() == Exiv2::string) d.setValue(utf8FromLegacyText(d.toString()));
+      }
+      iptc["Iptc.Envelope.CharacterSet"] = "\x1b%G";
+      const Exiv2::DataBuf record = Exiv2::IptcParser::encode(iptc);
+      carried.iptc.assign(reinterpret_cast<const char*>(record.pData_), std::size_t(record.size_));
+    }
+  } catch (const ReadBudgetExceeded&) {
+    throw;
+  } catch (const std::exception&) {
+    // What could not be read is not carried.
+  }
+  return carried;
+}
+
 std::optional<RawDirectory> readRawDirectory(PhotoFile& file) {
   try {
     auto image = openImage(file);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "engine/media/image_properties.h"
+#include "engine/media/output_metadata.h"
 #include "engine/media/photo_file.h"
 #include "engine/media/raw_preview.h"
 
@@ -54,5 +55,10 @@ struct RawDirectory {
 /// file as a RAW container (a JPEG named .cr2 is none) or finds no EXIF in
 /// it. Throws ReadBudgetExceeded.
 std::optional<RawDirectory> readRawDirectory(PhotoFile& file);
+
+/// What an export carries over from the file (see CarriedMetadata): empty
+/// parts where exiv2 finds nothing or cannot read the file. Throws
+/// ReadBudgetExceeded.
+CarriedMetadata readCarried(PhotoFile& file);
 
 }  // namespace lumivale::ExifMetadata

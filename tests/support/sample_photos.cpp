@@ -165,6 +165,38 @@ std::string jpegBytes(int width, int height) {
   return bytes;
 }
 
+std::string encodedPicture(const std::string& ext, int width, int height, int bits, const std::string& leftover) {
+  initLibraries();
+  vips::VImage image = gradient(width, height, bits).copy();
+  VipsBlob* profile = vips::VImage::profile_load("sRGB");
+  std::size_t length = 0;
+  const void* icc = vips_area_get_data(reinterpret_cast<VipsArea*>(profile), &length, nullptr, nullptr, nullptr);
+  vips_image_set_blob_copy(image.get_image(), VIPS_META_ICC_NAME, icc, length);
+  vips_area_unref(reinterpret_cast<VipsArea*>(profile));
+  if (!leftover.empty()) {
+    Exiv2::ExifData exif;
+    exif["Exif.Image.ImageDescription"] = leftover;
+    Exiv2::Blob blob;
+    Exiv2::ExifParser::encode(blob, Exiv2::littleEndian, exif);
+    std::string block("Exif\0\0", 6);
+    block.append(reinterpret_cast<const char*>(blob.data()), blob.size());
+    vips_image_set_blob_copy(image.get_image(), VIPS_META_EXIF_NAME, block.data(), block.size());
+    const std::string xmp = "<x:xmpmeta xmlns:x='adobe:ns:meta/'><rdf:RDF "
+                            "xmlns:rdf='http://www.w3.org/1999/02/22-rdf-syntax-ns#'><rdf:Description "
+                            "xmlns:dc='http://purl.org/dc/elements/1.1/' dc:format='" +
+                            leftover + "'/></rdf:RDF></x:xmpmeta>";
+    vips_image_set_blob_copy(image.get_image(), VIPS_META_XMP_NAME, xmp.data(), xmp.size());
+  }
+  auto options = vips::VImage::option();
+  if (ext == "heic") options->set("compression", VIPS_FOREIGN_HEIF_COMPRESSION_HEVC)->set("Q", 50);
+  void* buffer = nullptr;
+  std::size_t size = 0;
+  image.write_to_buffer(("." + ext).c_str(), &buffer, &size, options);
+  std::string bytes(static_cast<const char*>(buffer), size);
+  g_free(buffer);
+  return bytes;
+}
+
 void writePhoto(const std::filesystem::path& file, int width, int height, const SampleTags& tags,
                 int bitsPerSample) {
   initLibraries();

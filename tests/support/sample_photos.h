@@ -61,6 +61,14 @@ void writePhoto(const std::filesystem::path& file, int width, int height, const 
 /// The bytes of a small JPEG picture.
 std::string jpegBytes(int width, int height);
 
+/// A picture as an export's encoder writes it: the gradient in 8 or 16 bits
+/// with the sRGB profile, in the format `ext` names ("jpg", "png", "tif",
+/// "heic"). With `leftover` not empty it also holds an EXIF block and an XMP
+/// packet with that text, as an encoder that kept what a decoder attached
+/// to the image would write them.
+std::string encodedPicture(const std::string& ext, int width, int height, int bits = 8,
+                           const std::string& leftover = "");
+
 /// A DNG file's content.
 struct SampleDng {
   int width = 64;

@@ -20,7 +20,7 @@ PACKAGES=(
   libsqlite3-dev
   qt6-base-dev qt6-svg-dev qt6-image-formats-plugins
   libtbb-dev nlohmann-json3-dev libfmt-dev libicu-dev libhwy-dev
-  icc-profiles-free fonts-urw-base35 fonts-texgyre
+  libpango1.0-dev libcairo2-dev icc-profiles-free fonts-urw-base35 fonts-texgyre
   libopencv-core-dev libopencv-imgproc-dev libopencv-dnn-dev
   python3-onnx ccache xvfb xauth
   libgtest-dev libgmock-dev libbenchmark-dev

@@ -47,6 +47,51 @@ int moveIntoPlace(const fs::path& temporary, const fs::path& file, bool replace)
   return errno;
 }
 
+// Writes a temporary file beside `file` with what `fill` writes, flushes it
+// and hands it to `place`, which moves it to its name and returns 0 or errno
+// (EEXIST only when every name it tried was taken). The temporary file never
+// outlives the call.
+template <class Place>
+void writeThenPlace(const fs::path& file, const FileFiller& fill, Place place) {
+  const auto failed = [&](const std::string& reason) {
+    return MediaError("cannot write " + quotedPath(file) + ": " + reason);
+  };
+  fs::path temporary;
+  const int fd = createTemporary(file, temporary);
+  if (fd < 0) throw failed(systemMessage(errno));
+
+  // From here on the temporary file goes away unless it was renamed.
+  std::string failure;
+  try {
+    fill(fd);
+  } catch (const MediaError& e) {
+    failure = e.what();
+  } catch (const std::bad_alloc&) {
+    failure = "out of memory";
+  } catch (const std::exception& e) {
+    failure = e.what();
+  }
+  if (failure.empty() && ::fsync(fd) != 0 && errno != EINVAL) failure = systemMessage(errno);
+  if (::close(fd) != 0 && failure.empty()) failure = systemMessage(errno);
+  if (failure.empty()) {
+    const int error = place(temporary);
+    if (error == EEXIST) {
+      ::unlink(temporary.c_str());
+      throw FileExistsError(file);
+    }
+    if (error != 0) failure = systemMessage(error);
+  }
+  if (!failure.empty()) {
+    ::unlink(temporary.c_str());
+    throw failed(failure);
+  }
+}
+
+void checkFileName(const fs::path& file) {
+  if (file.filename().empty() || file.filename() == "." || file.filename() == "..")
+    throw MediaError("cannot write " + quotedPath(file) + ": not a file name");
+}
+
 }  // namespace
 
 FileExistsError::FileExistsError(const fs::path& file)
@@ -71,44 +116,34 @@ void writeAll(int fd, const void* bytes, std::size_t length) {
 }
 
 void writeFileSafely(const fs::path& file, const FileFiller& fill, bool replaceExisting) {
-  const auto failed = [&](const std::string& reason) {
-    return MediaError("cannot write " + quotedPath(file) + ": " + reason);
-  };
-  if (file.filename().empty() || file.filename() == "." || file.filename() == "..")
-    throw failed("not a file name");
+  checkFileName(file);
   struct stat existing;
-  if (::stat(file.c_str(), &existing) == 0 && S_ISDIR(existing.st_mode)) throw failed("it is a folder");
+  if (::stat(file.c_str(), &existing) == 0 && S_ISDIR(existing.st_mode))
+    throw MediaError("cannot write " + quotedPath(file) + ": it is a folder");
   if (!replaceExisting && nameTaken(file)) throw FileExistsError(file);
+  writeThenPlace(file, fill, [&](const fs::path& temporary) {
+    return moveIntoPlace(temporary, file, replaceExisting);
+  });
+}
 
-  fs::path temporary;
-  const int fd = createTemporary(file, temporary);
-  if (fd < 0) throw failed(systemMessage(errno));
-
-  // From here on the temporary file goes away unless it was renamed.
-  std::string failure;
+fs::path writeFileUnderFreeName(const NameCandidate& candidate, const FileFiller& fill, int maxAttempts) {
+  const fs::path first = candidate(1);
+  checkFileName(first);
+  fs::path chosen;
   try {
-    fill(fd);
-  } catch (const MediaError& e) {
-    failure = e.what();
-  } catch (const std::bad_alloc&) {
-    failure = "out of memory";
-  } catch (const std::exception& e) {
-    failure = e.what();
+    writeThenPlace(first, fill, [&](const fs::path& temporary) {
+      for (int n = 1; n <= maxAttempts; ++n) {
+        chosen = n == 1 ? first : candidate(n);
+        const int error = moveIntoPlace(temporary, chosen, false);
+        if (error != EEXIST) return error;
+      }
+      return EEXIST;
+    });
+  } catch (const FileExistsError&) {
+    throw MediaError("cannot write " + quotedPath(first) + ": " + std::to_string(maxAttempts) +
+                     " names in a row are taken");
   }
-  if (failure.empty() && ::fsync(fd) != 0 && errno != EINVAL) failure = systemMessage(errno);
-  if (::close(fd) != 0 && failure.empty()) failure = systemMessage(errno);
-  if (failure.empty()) {
-    const int error = moveIntoPlace(temporary, file, replaceExisting);
-    if (error == EEXIST) {
-      ::unlink(temporary.c_str());
-      throw FileExistsError(file);
-    }
-    if (error != 0) failure = systemMessage(error);
-  }
-  if (!failure.empty()) {
-    ::unlink(temporary.c_str());
-    throw failed(failure);
-  }
+  return chosen;
 }
 
 void writeFileSafely(const fs::path& file, std::string_view bytes, bool replaceExisting) {

@@ -48,6 +48,20 @@ void writeFileSafely(const std::filesystem::path& file, const FileFiller& fill, 
 /// Writes `bytes` as a new file, as above.
 void writeFileSafely(const std::filesystem::path& file, std::string_view bytes, bool replaceExisting = false);
 
+/// Gives the name to try on attempt `n` (1, 2, 3, …); every name must lie
+/// in the same folder.
+using NameCandidate = std::function<std::filesystem::path(int n)>;
+
+/// Writes a new file with what `fill` writes and gives it the first name
+/// `candidate(n)` that is free at the moment it takes it; returns that name.
+/// The bytes are written once, to a temporary file beside the first
+/// candidate; each taken name then costs one refused rename, so a name that
+/// appears while we write (another writer racing for it) is passed over,
+/// never replaced. Throws MediaError as `writeFileSafely` does (naming the
+/// first candidate), and when `maxAttempts` names in a row are taken.
+std::filesystem::path writeFileUnderFreeName(const NameCandidate& candidate, const FileFiller& fill,
+                                             int maxAttempts = 100000);
+
 /// Writes all of `bytes` to `fd`, retrying short writes; throws MediaError
 /// with the system's reason when the write fails.
 void writeAll(int fd, const void* bytes, std::size_t length);

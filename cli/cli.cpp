@@ -171,6 +171,7 @@ const std::vector<Command>& commands() {
     addEditCommands(t);
     addMaskCommands(t);
     addLutCommands(t);
+    addExportCommands(t);
     return t;
   }();
   return table;

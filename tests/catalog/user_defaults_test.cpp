@@ -4,29 +4,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <thread>
 
 #include "engine/media/safe_file.h"
+#include "tests/support/environment.h"
 #include "tests/support/temp_dir.h"
 
 using namespace lumivale;
 
 namespace {
 
-// Sets an environment variable for one test and restores it afterwards.
-class Environment {
- public:
-  Environment(const char* name, const char* value) : name_(name) {
-    if (const char* old = std::getenv(name)) saved_ = old;
-    value ? setenv(name, value, 1) : unsetenv(name);
-  }
-  ~Environment() { saved_ ? setenv(name_, saved_->c_str(), 1) : unsetenv(name_); }
-
- private:
-  const char* name_;
-  std::optional<std::string> saved_;
-};
+using test::Environment;
 
 class UserDefaultsTest : public ::testing::Test {
  protected:

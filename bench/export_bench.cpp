@@ -1,0 +1,94 @@
+// The export steps that need no renderer, at camera sizes: the watermark on
+// a 24-megapixel picture (a short line, and a 10,000-character one of which
+// only the picture's width is drawn), the metadata written into a 24 MP
+// camera JPEG and a 24 MP 16-bit TIFF, a camera HEIC's items rebuilt, and
+// the carried metadata read from a camera JPEG and a RAW file.
+
+#include <benchmark/benchmark.h>
+
+#include <vips/vips8>
+
+#include "engine/export/exporter.h"
+#include "engine/media/heif_metadata.h"
+#include "tests/support/sample_photos.h"
+#include "tests/support/temp_dir.h"
+
+using namespace lumivale;
+
+namespace {
+
+Image picture24MP() {
+  static const Image image = [] {
+    if (VIPS_INIT("lumivale-bench")) throw std::runtime_error("cannot start libvips");
+    const std::string tiff = test::encodedPicture("tif", 6000, 4000);
+    vips::VImage decoded = vips::VImage::new_from_buffer(tiff.data(), tiff.size(), "").copy_memory();
+    g_object_ref(decoded.get_image());
+    return Image::adopt(decoded.get_image());
+  }();
+  return image;
+}
+
+void watermark(benchmark::State& state, const std::string& text) {
+  const Image image = picture24MP();
+  ExportOptions options{.watermarkOn = true, .watermarkText = text};
+  for (auto _ : state) {
+    const auto drawn = Exporter::watermark(image, options);
+    // The part the text changed, computed; the rest is the picture itself.
+    benchmark::DoNotOptimize(drawn->readPixels(0, 3400, 6000, 600));
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
+void BM_WatermarkShortLine(benchmark::State& state) { watermark(state, "© Your Name"); }
+BENCHMARK(BM_WatermarkShortLine)->Unit(benchmark::kMillisecond);
+
+void BM_WatermarkTenThousandCharacters(benchmark::State& state) {
+  std::string text;
+  while (text.size() < 10000) text += "Lumivale ";
+  watermark(state, text.substr(0, 10000));
+}
+BENCHMARK(BM_WatermarkTenThousandCharacters)->Unit(benchmark::kMillisecond);
+
+void writeMetadata(benchmark::State& state, const std::string& encoded, const std::filesystem::path& source) {
+  const OutputMetadata metadata{
+      readCarriedMetadata(source), std::string(Exporter::softwareName), "© Someone", {"harbour", "boats"}};
+  for (auto _ : state) benchmark::DoNotOptimize(withOutputMetadata(encoded, metadata));
+  state.SetBytesProcessed(state.iterations() * std::int64_t(encoded.size()));
+}
+
+void BM_MetadataIntoCameraJpeg(benchmark::State& state) {
+  const auto camera = test::sharedPhoto("camera/sony-a6000-6000x4000.jpg");
+  if (!camera) return state.SkipWithError("the shared test photos are not there");
+  writeMetadata(state, test::readFile(*camera), *camera);
+}
+BENCHMARK(BM_MetadataIntoCameraJpeg)->Unit(benchmark::kMillisecond);
+
+void BM_MetadataInto16BitTiff(benchmark::State& state) {
+  const auto camera = test::sharedPhoto("camera/sony-a6000-6000x4000.jpg");
+  if (!camera) return state.SkipWithError("the shared test photos are not there");
+  writeMetadata(state, test::encodedPicture("tif", 6000, 4000, 16), *camera);
+}
+BENCHMARK(BM_MetadataInto16BitTiff)->Unit(benchmark::kMillisecond);
+
+void BM_HeifItemsRebuilt(benchmark::State& state) {
+  const auto phone = test::sharedPhoto("heic/IMG_3578.heic");
+  if (!phone) return state.SkipWithError("the shared test photos are not there");
+  const std::string file = test::readFile(*phone);
+  for (auto _ : state)
+    benchmark::DoNotOptimize(replaceHeifMetadata(file, "II*\0\x08\0\0\0\0\0", "<x:xmpmeta/>"));
+  state.SetBytesProcessed(state.iterations() * std::int64_t(file.size()));
+}
+BENCHMARK(BM_HeifItemsRebuilt)->Unit(benchmark::kMillisecond);
+
+void carried(benchmark::State& state, const char* photo) {
+  const auto file = test::sharedPhoto(photo);
+  if (!file) return state.SkipWithError("the shared test photos are not there");
+  for (auto _ : state) benchmark::DoNotOptimize(readCarriedMetadata(*file));
+  state.SetItemsProcessed(state.iterations());
+}
+void BM_CarriedFromCameraJpeg(benchmark::State& state) { carried(state, "camera/sony-a6000-6000x4000.jpg"); }
+BENCHMARK(BM_CarriedFromCameraJpeg)->Unit(benchmark::kMicrosecond);
+void BM_CarriedFromRaw(benchmark::State& state) { carried(state, "raw/IMG_5952.CR2"); }
+BENCHMARK(BM_CarriedFromRaw)->Unit(benchmark::kMicrosecond);
+
+}  // namespace

@@ -18,13 +18,16 @@ namespace fs = std::filesystem;
 std::string systemMessage(int error) { return std::generic_category().message(error); }
 
 // A hidden file beside `file`, created anew (never an existing one); its
-// permissions follow the process's umask like any other new file.
+// permissions follow the process's umask like any other new file. Its name
+// starts with at most 200 bytes of the target's, so that it stays within
+// the 255 bytes a name may have whenever the target's own name does.
 int createTemporary(const fs::path& file, fs::path& temporary) {
   static thread_local std::mt19937_64 random{std::random_device{}()};
+  const std::string name = file.filename().string().substr(0, 200);
   for (int attempt = 0; attempt < 16; ++attempt) {
     char suffix[32];
     std::snprintf(suffix, sizeof suffix, ".%016llx.tmp", static_cast<unsigned long long>(random()));
-    temporary = file.parent_path() / ("." + file.filename().string() + suffix);
+    temporary = file.parent_path() / ("." + name + suffix);
     const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (fd >= 0 || errno != EEXIST) return fd;
   }

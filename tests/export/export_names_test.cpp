@@ -116,6 +116,16 @@ TEST_F(ExportFolderTest, RepeatedExportsGetTheNextNumberAndReplaceNothing) {
   EXPECT_EQ(write("Photo", "y"), dir / "Photo 2.jpg");
 }
 
+// A name as long as the file system allows (255 bytes) is written; the
+// temporary file beside it must not need a longer one.
+TEST_F(ExportFolderTest, TheLongestNameAFolderTakesIsWritten) {
+  const std::string longest(251, 'n');
+  EXPECT_EQ(write(longest, "a"), dir / (longest + ".jpg"));
+  EXPECT_EQ(test::errorMessage<ExportError>([&] { write(longest + "n", "b"); }),
+            "Could not write " + longest + "n.jpg");
+  EXPECT_EQ(files(), std::set<std::string>{longest + ".jpg"});
+}
+
 TEST_F(ExportFolderTest, NumbersGoOnPastNineHundredAndNinetyNine) {
   test::writeFile(dir / "IMG_1.jpg", "");
   for (int n = 2; n <= 998; ++n) test::writeFile(dir / ("IMG_1 " + std::to_string(n) + ".jpg"), "");

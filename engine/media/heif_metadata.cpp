@@ -390,6 +390,9 @@ std::string replaceHeifMetadata(std::string_view file, std::string_view exif, st
             extent.length > file.size() - extent.offset) {
           fail("an item's bytes lie outside the file");
         }
+        // Items sharing bytes are copied once each: a damaged table must
+        // not make that many times the file.
+        if (extent.length > file.size() - payload.size()) fail("items claim more bytes than the file has");
         const u64 at = payload.size();
         payload.append(file.substr(std::size_t(extent.offset), std::size_t(extent.length)));
         extent.offset = at;

@@ -92,4 +92,45 @@ TEST(HeifMetadata, RefusesDamagedFilesWithoutReadingPastThem) {
   }
 }
 
+// Big-endian fields and boxes, for files made by hand.
+std::string be(std::uint64_t v, int bytes) {
+  std::string out;
+  for (int i = bytes - 1; i >= 0; --i) out.push_back(char(v >> (8 * i)));
+  return out;
+}
+std::string box(const char* type, const std::string& body) { return be(body.size() + 8, 4) + type + body; }
+std::string fullBox(const char* type, int version, const std::string& body) {
+  return box(type, be(std::uint32_t(version) << 24, 4) + body);
+}
+
+// A file whose location table sends `count` items to the same bytes: each
+// kept item's bytes are copied, and they must not add up to more than the
+// file holds.
+std::string sharedBytesFile(int count) {
+  const std::string data(1000, 'd');
+  std::string locations = be(0x44, 1) + be(0, 1) + be(count, 2);
+  for (int id = 1; id <= count; ++id)
+    locations += be(id, 2) + be(0, 2) + be(0, 2) + be(1, 2) + be(0, 4) + be(1000, 4);
+  const std::string infos =
+      be(1, 2) + fullBox("infe", 2, be(1, 2) + be(0, 2) + "hvc1" + std::string(1, '\0'));
+  const std::string meta =
+      fullBox("meta", 0,
+              fullBox("hdlr", 0, be(0, 4) + "pict" + std::string(13, '\0')) + fullBox("pitm", 0, be(1, 2)) +
+                  fullBox("iloc", 1, locations) + fullBox("iinf", 0, infos));
+  const std::string ftyp = box("ftyp", "heic" + be(0, 4) + "mif1heic");
+  std::string file = ftyp + meta + box("mdat", data);
+  // Every extent starts at the media data.
+  const std::string offset = be(ftyp.size() + meta.size() + 8, 4);
+  for (std::size_t at = file.find(be(1000, 4)); at != std::string::npos && at < ftyp.size() + meta.size();
+       at = file.find(be(1000, 4), at + 8)) {
+    file.replace(at - 4, 4, offset);
+  }
+  return file;
+}
+
+TEST(HeifMetadata, RefusesItemsThatClaimMoreBytesThanTheFileHas) {
+  EXPECT_NO_THROW(replaceHeifMetadata(sharedBytesFile(1), "II*\0", ""));
+  EXPECT_THROW(replaceHeifMetadata(sharedBytesFile(100), "II*\0", ""), MediaError);
+}
+
 }  // namespace

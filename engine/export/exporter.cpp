@@ -126,6 +126,11 @@ std::filesystem::path writeFile(const std::filesystem::path& folder, std::string
   }
 }
 
+std::filesystem::path writeFile(const std::filesystem::path& folder, std::string_view name,
+                                std::string_view ext, std::string_view bytes) {
+  return writeFile(folder, name, ext, [&](int fd) { writeAll(fd, bytes.data(), bytes.size()); });
+}
+
 Image outputSharpen(const Image& image, const ExportOptions& options) {
   double radius = 0, base = 0;
   switch (options.sharpening) {

@@ -83,6 +83,10 @@ std::filesystem::path uniqueURL(const std::filesystem::path& folder, std::string
 /// Throws ExportError "Could not write <name.ext>".
 std::filesystem::path writeFile(const std::filesystem::path& folder, std::string_view name,
                                 std::string_view ext, const FileFiller& fill);
+/// The same with the file's bytes in memory: an encoded picture with its
+/// metadata added (`withOutputMetadata`).
+std::filesystem::path writeFile(const std::filesystem::path& folder, std::string_view name,
+                                std::string_view ext, std::string_view bytes);
 
 /// Output sharpening for the medium the options name: an unsharp mask of a
 /// fixed radius in output pixels (screen 0.6, matte 1.4, glossy 1.0) and an

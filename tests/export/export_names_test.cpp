@@ -90,8 +90,7 @@ class ExportFolderTest : public ::testing::Test {
     return names;
   }
   fs::path write(std::string_view name, const std::string& bytes) {
-    return Exporter::writeFile(dir.path(), name, "jpg",
-                               [&](int fd) { writeAll(fd, bytes.data(), bytes.size()); });
+    return Exporter::writeFile(dir.path(), name, "jpg", bytes);
   }
 };
 

@@ -26,7 +26,7 @@ namespace ImageEncoder {
 /// Writes `picture` (an output picture as `outputImage` makes it: 1 or 3
 /// bands of 8- or 16-bit samples, usually with an ICC profile) to a new
 /// `file`. JPEG keeps 8 bits (16-bit samples are rounded to 8); PNG and TIFF
-/// keep 16. TIFF is compressed losslessly (deflate). Throws ImageError for a
+/// keep 16. TIFF is written uncompressed. Throws ImageError for a
 /// picture of another form or a format that cannot be written, and
 /// FileExistsError or MediaError "cannot write "<file>": <reason>" as
 /// `writeFileSafely` does, also when computing the picture fails.

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <vector>
 
+#include "engine/media/bitmap.h"
+#include "engine/media/heif_metadata.h"
 #include "engine/media/pixel_rows.h"
 #include "engine/media/safe_file.h"
 #include "engine/media/vips_glue.h"
@@ -38,14 +40,15 @@ vips::VImage to8Bit(const vips::VImage& picture) {
           "interpretation", picture.bands() == 1 ? VIPS_INTERPRETATION_B_W : VIPS_INTERPRETATION_sRGB));
 }
 
-void save(const vips::VImage& picture, const EncodeOptions& options, int fd) {
-  vips::VTarget target = vips::VTarget::new_to_descriptor(fd);
+int qualityPercent(const EncodeOptions& options) {
+  return std::clamp(int(std::lround(options.quality * 100)), 1, 100);
+}
+
+void save(const vips::VImage& picture, const EncodeOptions& options, vips::VTarget& target) {
   switch (options.format) {
-    case ImageFormat::jpeg: {
-      const int quality = std::clamp(int(std::lround(options.quality * 100)), 1, 100);
-      to8Bit(picture).jpegsave_target(target, vips::VImage::option()->set("Q", quality));
+    case ImageFormat::jpeg:
+      to8Bit(picture).jpegsave_target(target, vips::VImage::option()->set("Q", qualityPercent(options)));
       return;
-    }
     case ImageFormat::png:
       picture.pngsave_target(target);
       return;
@@ -56,36 +59,103 @@ void save(const vips::VImage& picture, const EncodeOptions& options, int fd) {
       picture.tiffsave_target(target,
                               vips::VImage::option()->set("compression", VIPS_FOREIGN_TIFF_COMPRESSION_NONE));
       return;
-    case ImageFormat::heif:
-      break;
+    case ImageFormat::heif: {
+      // 8 bits, as phones and cameras write HEIC; a grey picture as RGB,
+      // which every HEIF reader takes.
+      vips::VImage rgb = to8Bit(picture);
+      if (rgb.bands() == 1)
+        rgb = rgb.bandjoin({rgb, rgb})
+                  .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+      rgb.heifsave_target(target, vips::VImage::option()
+                                      ->set("Q", qualityPercent(options))
+                                      ->set("compression", VIPS_FOREIGN_HEIF_COMPRESSION_HEVC)
+                                      ->set("bitdepth", 8));
+      return;
+    }
   }
-  throw ImageError("HEIF files cannot be written yet");
+  throw ImageError("this file format cannot be written");
 }
 
-}  // namespace
-
-namespace ImageEncoder {
-
-void write(const Image& picture, const std::filesystem::path& file, const EncodeOptions& options) {
+// The picture checked and with its profile as its only metadata.
+vips::VImage prepared(const Image& picture) {
   initImageLibraries();
-  if (options.format == ImageFormat::heif) throw ImageError("HEIF files cannot be written yet");
-  const vips::VImage clean = withVips("cannot prepare the picture", [&] {
+  return withVips("cannot prepare the picture", [&] {
     vips::VImage v = vipsImage(picture);
     if ((v.format() != VIPS_FORMAT_UCHAR && v.format() != VIPS_FORMAT_USHORT) ||
         (v.bands() != 1 && v.bands() != 3))
       throw ImageError("only 1 or 3 bands of 8- or 16-bit samples can be written");
     return withProfileOnly(v);
   });
+}
+
+std::string inMemory(const vips::VImage& clean, const EncodeOptions& options) {
+  vips::VTarget target = vips::VTarget::new_to_memory();
+  save(clean, options, target);
+  VipsBlob* blob = nullptr;
+  g_object_get(target.get_target(), "blob", &blob, nullptr);
+  if (!blob) throw ImageError("the encoder wrote nothing");
+  std::size_t length = 0;
+  const void* data =
+      vips_area_get_data(reinterpret_cast<VipsArea*>(blob), &length, nullptr, nullptr, nullptr);
+  std::string bytes(static_cast<const char*>(data), length);
+  vips_area_unref(reinterpret_cast<VipsArea*>(blob));
+  // libvips' HEIF saver makes up an EXIF block of its own (orientation,
+  // resolution, pixel size); the file is to hold the profile alone.
+  if (options.format == ImageFormat::heif) bytes = replaceHeifMetadata(bytes, "", "");
+  return bytes;
+}
+
+}  // namespace
+
+namespace ImageEncoder {
+
+std::string encode(const Image& picture, const EncodeOptions& options) {
+  const vips::VImage clean = prepared(picture);
+  try {
+    return inMemory(clean, options);
+  } catch (const vips::VError& e) {
+    throw ImageError("cannot encode the picture: " + vipsErrorLine(e));
+  } catch (const ImageError&) {
+    throw;
+  } catch (const MediaError& e) {
+    throw ImageError(e.what());
+  }
+}
+
+void write(const Image& picture, const std::filesystem::path& file, const EncodeOptions& options) {
+  if (options.format == ImageFormat::heif) {
+    if (!canWrite(ImageFormat::heif)) throw ImageError("this computer has no HEIF encoder");
+    writeFileSafely(file, encode(picture, options), options.replaceExisting);
+    return;
+  }
+  const vips::VImage clean = prepared(picture);
   writeFileSafely(
       file,
       [&](int fd) {
         try {
-          save(clean, options, fd);
+          vips::VTarget target = vips::VTarget::new_to_descriptor(fd);
+          save(clean, options, target);
         } catch (const vips::VError& e) {
           throw MediaError(vipsErrorLine(e));
         }
       },
       options.replaceExisting);
+}
+
+bool canWrite(ImageFormat format) {
+  if (format != ImageFormat::heif) return true;
+  static const bool heif = [] {
+    initImageLibraries();
+    if (vips_type_find("VipsOperation", "heifsave_target") == 0) return false;
+    try {
+      encode(outputImage(Image::constant(16, 16, {0.5, 0.5, 0.5}), ColorSpace::sRGB, 8),
+             {.format = ImageFormat::heif});
+      return true;
+    } catch (const std::exception&) {
+      return false;
+    }
+  }();
+  return heif;
 }
 
 }  // namespace ImageEncoder

@@ -41,9 +41,10 @@ class EncoderRoundTrip : public ::testing::TestWithParam<RoundTrip> {
 // space's profile at its depth.
 TEST_P(EncoderRoundTrip, GivesTheColoursBack) {
   const RoundTrip& c = GetParam();
-  const char* extension = c.format == ImageFormat::jpeg  ? "a.jpg"
-                          : c.format == ImageFormat::png ? "a.png"
-                                                         : "a.tif";
+  const char* extension = c.format == ImageFormat::jpeg   ? "a.jpg"
+                          : c.format == ImageFormat::png  ? "a.png"
+                          : c.format == ImageFormat::heif ? "a.heic"
+                                                          : "a.tif";
   const Image original = workingPatches(c.space == ColorSpace::displayP3);
   ImageEncoder::write(outputImage(original, c.space, c.bits), dir / extension,
                       {.format = c.format, .quality = 0.95});
@@ -53,7 +54,7 @@ TEST_P(EncoderRoundTrip, GivesTheColoursBack) {
   const auto properties = readImageProperties(dir / extension);
   ASSERT_TRUE(properties);
   EXPECT_EQ(properties->profileName, profileDescription(c.space));
-  EXPECT_EQ(properties->depth, c.format == ImageFormat::jpeg ? 8 : c.bits);
+  EXPECT_EQ(properties->depth, c.format == ImageFormat::jpeg || c.format == ImageFormat::heif ? 8 : c.bits);
 }
 
 INSTANTIATE_TEST_SUITE_P(FormatsSpacesDepths, EncoderRoundTrip,
@@ -65,7 +66,9 @@ INSTANTIATE_TEST_SUITE_P(FormatsSpacesDepths, EncoderRoundTrip,
                                            RoundTrip{ImageFormat::tiff, ColorSpace::sRGB, 16, 0.01},
                                            RoundTrip{ImageFormat::jpeg, ColorSpace::sRGB, 8, 1.0},
                                            RoundTrip{ImageFormat::jpeg, ColorSpace::displayP3, 16, 1.0},
-                                           RoundTrip{ImageFormat::jpeg, ColorSpace::adobeRGB, 8, 1.0}));
+                                           RoundTrip{ImageFormat::jpeg, ColorSpace::adobeRGB, 8, 1.0},
+                                           RoundTrip{ImageFormat::heif, ColorSpace::sRGB, 8, 1.5},
+                                           RoundTrip{ImageFormat::heif, ColorSpace::displayP3, 16, 1.5}));
 
 class EncoderTest : public ::testing::Test {
  protected:
@@ -83,24 +86,43 @@ TEST_F(EncoderTest, NeverReplacesAFileUnlessAsked) {
 }
 
 // Pixels from a loaded file carry its EXIF along; the written file must not,
-// or its orientation would turn the upright pixels again.
+// or its orientation would turn the upright pixels again. Nor may the
+// HEIF saver's own EXIF block stay.
 TEST_F(EncoderTest, WritesTheProfileAndNoOtherMetadata) {
   initImageLibraries();
   const vips::VImage turned = vips::VImage::jpegload(test::realPhoto("Portrait_8.jpg").c_str());
   ASSERT_EQ(vips_image_get_orientation(turned.get_image()), 8);
-  ImageEncoder::write(fromVips(turned), dir / "copy.jpg", {});
-  const auto properties = readImageProperties(dir / "copy.jpg");
-  ASSERT_TRUE(properties);
-  EXPECT_EQ(properties->orientation, 1);
-  EXPECT_FALSE(properties->make);
-  EXPECT_FALSE(properties->profileName.empty());
+  for (const auto& [format, name] :
+       {std::pair(ImageFormat::jpeg, "copy.jpg"), {ImageFormat::heif, "copy.heic"}}) {
+    SCOPED_TRACE(name);
+    ImageEncoder::write(fromVips(turned), dir / name, {.format = format});
+    const auto properties = readImageProperties(dir / name);
+    ASSERT_TRUE(properties);
+    EXPECT_EQ(properties->orientation, 1);
+    EXPECT_FALSE(properties->make);
+    EXPECT_FALSE(properties->profileName.empty());
+    if (format == ImageFormat::heif) EXPECT_EQ(test::readFile(dir / name).find("Exif"), std::string::npos);
+  }
+}
+
+TEST_F(EncoderTest, EncodesInMemoryWhatItWouldWrite) {
+  for (const auto& [format, name] : {std::pair(ImageFormat::jpeg, "a.jpg"),
+                                     {ImageFormat::png, "a.png"},
+                                     {ImageFormat::tiff, "a.tif"},
+                                     {ImageFormat::heif, "a.heic"}}) {
+    SCOPED_TRACE(name);
+    EXPECT_TRUE(ImageEncoder::canWrite(format));
+    ImageEncoder::write(picture, dir / name, {.format = format});
+    EXPECT_TRUE(ImageEncoder::encode(picture, {.format = format}) == test::readFile(dir / name));
+  }
 }
 
 TEST_F(EncoderTest, RefusesWhatItCannotWrite) {
   EXPECT_THROW(ImageEncoder::write(Image::constant(4, 4, {0.5, 0.5, 0.5}), dir / "float.png",
                                    {.format = ImageFormat::png}),
                ImageError);
-  EXPECT_THROW(ImageEncoder::write(picture, dir / "a.heic", {.format = ImageFormat::heif}), ImageError);
+  EXPECT_THROW(ImageEncoder::encode(Image::constant(4, 4, {0.5, 0.5, 0.5}), {.format = ImageFormat::heif}),
+               ImageError);
   EXPECT_TRUE(
       test::throwsWith<MediaError>([&] { ImageEncoder::write(picture, dir / "no" / "folder.jpg", {}); },
                                    "cannot write " + quotedPath(dir / "no" / "folder.jpg")));

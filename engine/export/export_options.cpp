@@ -232,6 +232,17 @@ std::string_view uti(ExportFormat format) {
 
 bool lossy(ExportFormat format) { return format == ExportFormat::jpeg || format == ExportFormat::heic; }
 
+ImageFormat imageFormat(ExportFormat format) {
+  constexpr ImageFormat formats[] = {ImageFormat::jpeg, ImageFormat::heif, ImageFormat::tiff,
+                                     ImageFormat::png};
+  return formats[static_cast<std::size_t>(format)];
+}
+
+ColorSpace space(ExportColorSpace colorSpace) {
+  constexpr ColorSpace spaces[] = {ColorSpace::sRGB, ColorSpace::displayP3, ColorSpace::adobeRGB};
+  return spaces[static_cast<std::size_t>(colorSpace)];
+}
+
 std::optional<std::string> ExportOptions::encode() const {
   JsonWriter out;
   out.beginObject();

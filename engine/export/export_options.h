@@ -12,6 +12,9 @@
 #include <string>
 #include <string_view>
 
+#include "engine/media/color_space.h"
+#include "engine/media/image_header.h"
+
 namespace lumivale {
 
 class UserDefaults;
@@ -62,6 +65,11 @@ std::string_view ext(ExportFormat format);
 std::string_view uti(ExportFormat format);
 /// JPEG and HEIC take a compression quality; TIFF and PNG are lossless.
 bool lossy(ExportFormat format);
+/// The encoder's format for an export format.
+ImageFormat imageFormat(ExportFormat format);
+
+/// The colour space the encoder is given.
+ColorSpace space(ExportColorSpace colorSpace);
 
 struct ExportOptions {
   /// The per-user defaults key of the stored options.

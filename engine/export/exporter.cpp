@@ -77,6 +77,15 @@ PixelSize outputSize(double width, double height, const ExportOptions& options) 
   return {side(w * scale), side(h * scale)};
 }
 
+std::optional<int> decodeMaxSide(double scale, int fullWidth, int fullHeight) {
+  if (!(scale < 0.45)) return std::nullopt;
+  return int(std::min(scale * 1.6, 1.0) * std::max(fullWidth, fullHeight));
+}
+
+int outputBits(const ExportOptions& options) {
+  return options.format == ExportFormat::tiff && options.tiff16Bit ? 16 : 8;
+}
+
 std::string fileName(const PhotoRecord& record, const ExportOptions& options, int sequence) {
   std::string name;
   switch (options.naming) {

@@ -53,6 +53,15 @@ struct PixelSize {
 /// keeps the size. A side that is not a positive number counts as 1.
 PixelSize outputSize(double width, double height, const ExportOptions& options);
 
+/// The longest side to decode the photo at for an output `scale` (output
+/// over developed size) of a photo `fullWidth` × `fullHeight`: below 0.45,
+/// 1.6 times the scale (at most the full size) of its longer side; nothing,
+/// meaning the full size, from 0.45 on.
+std::optional<int> decodeMaxSide(double scale, int fullWidth, int fullHeight);
+
+/// Bits per channel of the written file: 16 for TIFF with `tiff16Bit`, else 8.
+int outputBits(const ExportOptions& options);
+
 /// The base file name, without extension, of the photo's export:
 /// `original` the photo's name without its last extension (IMG_1.CR3 gives
 /// IMG_1), `originalSuffix` that followed by `suffix`, `custom`

@@ -54,6 +54,23 @@ TEST(ExportOutputSize, ScalesByTheModesEdgeWithinItsLimits) {
   }
 }
 
+TEST(ExportDecodeSize, DecodesSmallerOnlyForAStrongReduction) {
+  EXPECT_EQ(Exporter::decodeMaxSide(1.0, 6000, 4000), std::nullopt);
+  EXPECT_EQ(Exporter::decodeMaxSide(0.45, 6000, 4000), std::nullopt);
+  EXPECT_EQ(Exporter::decodeMaxSide(0.449, 6000, 4000), 4310);  // 0.7184 × 6000
+  EXPECT_EQ(Exporter::decodeMaxSide(0.1, 4000, 6000), 960);
+  EXPECT_EQ(Exporter::decodeMaxSide(0.01, 100, 50), 1);
+}
+
+TEST(ExportBits, SixteenOnlyForTiffThatAsksForThem) {
+  for (const ExportFormat format : allCases<ExportFormat>()) {
+    for (const bool sixteen : {false, true}) {
+      const int expected = format == ExportFormat::tiff && sixteen ? 16 : 8;
+      EXPECT_EQ(Exporter::outputBits({.format = format, .tiff16Bit = sixteen}), expected) << key(format);
+    }
+  }
+}
+
 TEST(ExportFileName, FollowsTheNamingMode) {
   struct Case {
     std::string photo;

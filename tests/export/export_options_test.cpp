@@ -62,6 +62,16 @@ TEST(ExportEnumerations, ListTheirCasesInSheetOrderWithKeysAndTitles) {
                                                 {"custom", "Custom name + number"}}));
 }
 
+TEST(ExportEnumerations, NameTheEncodersFormatAndColourSpace) {
+  std::vector<ImageFormat> formats;
+  for (ExportFormat f : allCases<ExportFormat>()) formats.push_back(imageFormat(f));
+  EXPECT_EQ(formats,
+            (std::vector{ImageFormat::jpeg, ImageFormat::heif, ImageFormat::tiff, ImageFormat::png}));
+  std::vector<ColorSpace> spaces;
+  for (ExportColorSpace c : allCases<ExportColorSpace>()) spaces.push_back(space(c));
+  EXPECT_EQ(spaces, (std::vector{ColorSpace::sRGB, ColorSpace::displayP3, ColorSpace::adobeRGB}));
+}
+
 TEST(ExportEnumerations, FormatsKnowTheirExtensionTypeAndCompression) {
   std::vector<std::tuple<std::string_view, std::string_view, bool>> facts;
   for (ExportFormat f : allCases<ExportFormat>()) facts.emplace_back(ext(f), uti(f), lossy(f));

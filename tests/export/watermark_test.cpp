@@ -5,6 +5,7 @@
 #include <vips/vips8>
 
 #include "engine/export/exporter.h"
+#include "engine/media/bitmap.h"
 #include "tests/support/temp_dir.h"
 
 using namespace lumivale;
@@ -130,6 +131,19 @@ TEST(ExportWatermark, DrawsTheSameOnSixteenBitsAndInOtherColourSpaces) {
   dark.watermarkDark = true;
   EXPECT_NEAR(changes(*Exporter::watermark(flatPicture(300, 200, 8, "p3"), dark), false, 128, 20).darkest, 13,
               1);
+}
+
+// The text's grey is an sRGB grey: in Adobe RGB, whose curve is a plain
+// gamma, the same grey is encoded higher (0.05 in sRGB is 0.0806 there).
+TEST(ExportWatermark, ConvertsItsGreyIntoThePicturesOwnSpace) {
+  ExportOptions dark = watermarked(WatermarkPosition::center);
+  dark.watermarkDark = true;
+  for (const auto& [space, expected] : {std::pair(ColorSpace::sRGB, 13.0f), {ColorSpace::adobeRGB, 20.5f}}) {
+    const Image picture = outputImage(Image::constant(400, 300, {0.5, 0.5, 0.5}), space, 8);
+    const float grey = picture.readPixels(0, 0, 1, 1).at(0, 0, 0);
+    EXPECT_NEAR(changes(*Exporter::watermark(picture, dark), false, grey, 20).darkest, expected, 1)
+        << profileDescription(space);
+  }
 }
 
 TEST(ExportWatermark, FontSizeIsAShareOfTheShorterSideAndAtLeastEightPixels) {

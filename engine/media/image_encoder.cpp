@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <vector>
 
-#include "engine/media/bitmap.h"
-#include "engine/media/heif_metadata.h"
+#include "engine/media/heif_encoder.h"
 #include "engine/media/pixel_rows.h"
 #include "engine/media/safe_file.h"
 #include "engine/media/vips_glue.h"
@@ -59,19 +59,8 @@ void save(const vips::VImage& picture, const EncodeOptions& options, vips::VTarg
       picture.tiffsave_target(target,
                               vips::VImage::option()->set("compression", VIPS_FOREIGN_TIFF_COMPRESSION_NONE));
       return;
-    case ImageFormat::heif: {
-      // 8 bits, as phones and cameras write HEIC; a grey picture as RGB,
-      // which every HEIF reader takes.
-      vips::VImage rgb = to8Bit(picture);
-      if (rgb.bands() == 1)
-        rgb = rgb.bandjoin({rgb, rgb})
-                  .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
-      rgb.heifsave_target(target, vips::VImage::option()
-                                      ->set("Q", qualityPercent(options))
-                                      ->set("compression", VIPS_FOREIGN_HEIF_COMPRESSION_HEVC)
-                                      ->set("bitdepth", 8));
-      return;
-    }
+    case ImageFormat::heif:
+      break;
   }
   throw ImageError("this file format cannot be written");
 }
@@ -88,7 +77,26 @@ vips::VImage prepared(const Image& picture) {
   });
 }
 
+// HEIF is coded from the whole picture in memory, 8 bits, as phones and
+// cameras write it; a grey picture as RGB, which every HEIF reader takes.
+std::string heifFile(const vips::VImage& clean, const EncodeOptions& options) {
+  vips::VImage rgb = to8Bit(clean);
+  if (rgb.bands() == 1) rgb = rgb.bandjoin({rgb, rgb});
+  std::string icc;
+  const void* data = nullptr;
+  std::size_t length = 0;
+  if (vips_image_get_typeof(clean.get_image(), VIPS_META_ICC_NAME) &&
+      vips_image_get_blob(clean.get_image(), VIPS_META_ICC_NAME, &data, &length) == 0) {
+    icc.assign(static_cast<const char*>(data), length);
+  }
+  std::size_t size = 0;
+  std::unique_ptr<void, decltype(&g_free)> pixels(rgb.write_to_memory(&size), g_free);
+  return HeifEncoder::encode(static_cast<const std::uint8_t*>(pixels.get()), rgb.width(), rgb.height(), icc,
+                             qualityPercent(options));
+}
+
 std::string inMemory(const vips::VImage& clean, const EncodeOptions& options) {
+  if (options.format == ImageFormat::heif) return heifFile(clean, options);
   vips::VTarget target = vips::VTarget::new_to_memory();
   save(clean, options, target);
   VipsBlob* blob = nullptr;
@@ -99,9 +107,6 @@ std::string inMemory(const vips::VImage& clean, const EncodeOptions& options) {
       vips_area_get_data(reinterpret_cast<VipsArea*>(blob), &length, nullptr, nullptr, nullptr);
   std::string bytes(static_cast<const char*>(data), length);
   vips_area_unref(reinterpret_cast<VipsArea*>(blob));
-  // libvips' HEIF saver makes up an EXIF block of its own (orientation,
-  // resolution, pixel size); the file is to hold the profile alone.
-  if (options.format == ImageFormat::heif) bytes = replaceHeifMetadata(bytes, "", "");
   return bytes;
 }
 
@@ -115,10 +120,6 @@ std::string encode(const Image& picture, const EncodeOptions& options) {
     return inMemory(clean, options);
   } catch (const vips::VError& e) {
     throw ImageError("cannot encode the picture: " + vipsErrorLine(e));
-  } catch (const ImageError&) {
-    throw;
-  } catch (const MediaError& e) {
-    throw ImageError(e.what());
   }
 }
 
@@ -142,21 +143,7 @@ void write(const Image& picture, const std::filesystem::path& file, const Encode
       options.replaceExisting);
 }
 
-bool canWrite(ImageFormat format) {
-  if (format != ImageFormat::heif) return true;
-  static const bool heif = [] {
-    initImageLibraries();
-    if (vips_type_find("VipsOperation", "heifsave_target") == 0) return false;
-    try {
-      encode(outputImage(Image::constant(16, 16, {0.5, 0.5, 0.5}), ColorSpace::sRGB, 8),
-             {.format = ImageFormat::heif});
-      return true;
-    } catch (const std::exception&) {
-      return false;
-    }
-  }();
-  return heif;
-}
+bool canWrite(ImageFormat format) { return format != ImageFormat::heif || HeifEncoder::available(); }
 
 }  // namespace ImageEncoder
 }  // namespace lumivale

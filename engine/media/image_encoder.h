@@ -41,7 +41,7 @@ void write(const Image& picture, const std::filesystem::path& file, const Encode
 std::string encode(const Image& picture, const EncodeOptions& options);
 
 /// Whether this computer can write `format`: JPEG, PNG and TIFF always; HEIF
-/// when libheif has an HEVC encoder, found out once by coding a tiny picture.
+/// when libheif has an HEVC encoder.
 bool canWrite(ImageFormat format);
 
 }  // namespace ImageEncoder

@@ -44,7 +44,7 @@ TEST_F(UserDefaultsTest, KeepsAnyBytesUnderAKeyUntilChangedOrRemoved) {
 }
 
 TEST_F(UserDefaultsTest, ADamagedStoreHoldsNoKeysAndIsWrittenAnewOnTheNextChange) {
-  for (const std::string damaged : std::initializer_list<std::string>{
+  for (const std::string& damaged : std::initializer_list<std::string>{
            "", "not json", "{\"a\": \"1\"", "[\"a\"]", "{\"a\": 1}", "{\"a\": {\"base64\": \"%%%\"}}",
            "{\"a\": {\"hex\": \"00\"}}", "{\"a\": \"1\"} trailing", std::string("\0\0\0", 3)}) {
     SCOPED_TRACE(damaged);

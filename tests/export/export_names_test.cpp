@@ -183,7 +183,7 @@ TEST_F(ExportFolderTest, TwoWritersRacingIntoOneFolderNeverShareAName) {
 
 TEST_F(ExportFolderTest, AFailedWriteSaysWhichFileAndLeavesNothing) {
   const auto fill = [](int fd) { writeAll(fd, "abc", 3); };
-  for (const fs::path folder : {dir / "missing", fs::path("/proc"), dir / "IMG_1.jpg" / "sub"}) {
+  for (const fs::path& folder : {dir / "missing", fs::path("/proc"), dir / "IMG_1.jpg" / "sub"}) {
     SCOPED_TRACE(folder);
     if (folder.filename() == "sub") test::writeFile(dir / "IMG_1.jpg", "a file, not a folder");
     EXPECT_EQ(test::errorMessage<ExportError>([&] { Exporter::writeFile(folder, "a/b", "tif", fill); }),

@@ -106,7 +106,9 @@ TEST_P(ExportFileTest, WritesEachFormatWithItsMetadataUnderAFreeName) {
   EXPECT_TRUE(properties->latitude);
   EXPECT_EQ(properties->profileName, "Display P3");
   EXPECT_EQ(properties->depth, format == ExportFormat::tiff ? 16 : 8);
-  if (format != ExportFormat::heic) EXPECT_EQ(properties->keywords, keywords);
+  if (format != ExportFormat::heic) {
+    EXPECT_EQ(properties->keywords, keywords);
+  }
   const DecodedImage decoded = ImageDecoder::decode(written, std::nullopt);
   EXPECT_EQ(decoded.image.width(), 48);
   EXPECT_NEAR(decoded.image.readPixels(24, 16, 1, 1).at(0, 0, 1), 0.4, 0.02);

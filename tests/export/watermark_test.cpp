@@ -89,12 +89,24 @@ TEST(ExportWatermark, SitsInTheCellOfItsPositionAtTheMargin) {
     ASSERT_TRUE(c.any());
     EXPECT_NEAR(c.height(), 0.9 * f, 0.25 * f);  // cap height and the descender of "Y"-less text
     const int column = int(position) % 3, row = int(position) / 3;
-    if (column == 0) EXPECT_NEAR(c.left, margin, tolerance);
-    if (column == 1) EXPECT_NEAR((c.left + c.right + 1) / 2.0, width / 2.0, tolerance);
-    if (column == 2) EXPECT_NEAR(c.right + 1, width - margin, tolerance);
-    if (row == 0) EXPECT_NEAR(c.top, margin, tolerance);
-    if (row == 1) EXPECT_NEAR((c.top + c.bottom + 1) / 2.0, height / 2.0, tolerance);
-    if (row == 2) EXPECT_NEAR(c.bottom + 1, height - margin, tolerance);
+    if (column == 0) {
+      EXPECT_NEAR(c.left, margin, tolerance);
+    }
+    if (column == 1) {
+      EXPECT_NEAR((c.left + c.right + 1) / 2.0, width / 2.0, tolerance);
+    }
+    if (column == 2) {
+      EXPECT_NEAR(c.right + 1, width - margin, tolerance);
+    }
+    if (row == 0) {
+      EXPECT_NEAR(c.top, margin, tolerance);
+    }
+    if (row == 1) {
+      EXPECT_NEAR((c.top + c.bottom + 1) / 2.0, height / 2.0, tolerance);
+    }
+    if (row == 2) {
+      EXPECT_NEAR(c.bottom + 1, height - margin, tolerance);
+    }
   }
 }
 

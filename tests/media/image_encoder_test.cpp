@@ -101,7 +101,9 @@ TEST_F(EncoderTest, WritesTheProfileAndNoOtherMetadata) {
     EXPECT_EQ(properties->orientation, 1);
     EXPECT_FALSE(properties->make);
     EXPECT_FALSE(properties->profileName.empty());
-    if (format == ImageFormat::heif) EXPECT_EQ(test::readFile(dir / name).find("Exif"), std::string::npos);
+    if (format == ImageFormat::heif) {
+      EXPECT_EQ(test::readFile(dir / name).find("Exif"), std::string::npos);
+    }
   }
 }
 

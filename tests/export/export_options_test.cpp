@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "engine/catalog/user_defaults.h"
 #include "tests/support/temp_dir.h"
@@ -13,73 +14,69 @@ namespace {
 
 using ordered_json = nlohmann::ordered_json;
 
+// "key=Title" of every case in order; each key must find its case again.
 template <class E>
-std::vector<std::pair<std::string_view, std::string_view>> keysAndTitles() {
-  std::vector<std::pair<std::string_view, std::string_view>> out;
+std::vector<std::string> cases() {
+  std::vector<std::string> out;
   for (E value : allCases<E>()) {
     EXPECT_EQ(caseFromKey<E>(key(value)), value);
-    out.emplace_back(key(value), title(value));
+    out.push_back(std::string(key(value)) + "=" + std::string(title(value)));
   }
   EXPECT_EQ(caseFromKey<E>("unknown"), std::nullopt);
   EXPECT_EQ(caseFromKey<E>(""), std::nullopt);
   return out;
 }
 
-using Pairs = std::vector<std::pair<std::string_view, std::string_view>>;
+using Texts = std::vector<std::string>;
 
 TEST(ExportEnumerations, ListTheirCasesInSheetOrderWithKeysAndTitles) {
-  EXPECT_EQ(keysAndTitles<ExportFormat>(),
-            (Pairs{{"jpeg", "JPEG"}, {"heic", "HEIC"}, {"tiff", "TIFF"}, {"png", "PNG"}}));
-  EXPECT_EQ(keysAndTitles<ExportColorSpace>(), (Pairs{{"sRGB", "sRGB (web, phones, most printers)"},
-                                                      {"displayP3", "Display P3 (wide-gamut screens)"},
-                                                      {"adobeRGB", "Adobe RGB (1998) (print shops)"}}));
-  EXPECT_EQ(keysAndTitles<SizeMode>(), (Pairs{{"original", "Full size"},
-                                              {"longEdge", "Long edge"},
-                                              {"shortEdge", "Short edge"},
-                                              {"width", "Width"},
-                                              {"height", "Height"},
-                                              {"percent", "Percent"}}));
-  EXPECT_EQ(keysAndTitles<OutputSharpening>(), (Pairs{{"none", "None"},
-                                                      {"screen", "For screen"},
-                                                      {"matte", "For matte paper"},
-                                                      {"glossy", "For glossy paper"}}));
-  EXPECT_EQ(keysAndTitles<SharpenLevel>(),
-            (Pairs{{"low", "Low"}, {"standard", "Standard"}, {"high", "High"}}));
-  EXPECT_EQ(keysAndTitles<WatermarkPosition>(), (Pairs{{"topLeft", "Top left"},
-                                                       {"top", "Top"},
-                                                       {"topRight", "Top right"},
-                                                       {"left", "Left"},
-                                                       {"center", "Center"},
-                                                       {"right", "Right"},
-                                                       {"bottomLeft", "Bottom left"},
-                                                       {"bottom", "Bottom"},
-                                                       {"bottomRight", "Bottom right"}}));
-  EXPECT_EQ(keysAndTitles<MetadataPolicy>(), (Pairs{{"all", "All (camera details, keywords, location)"},
-                                                    {"copyrightOnly", "Copyright and keywords only"},
-                                                    {"none", "None (strip everything)"}}));
-  EXPECT_EQ(keysAndTitles<NamingMode>(), (Pairs{{"original", "Same as the original"},
-                                                {"originalSuffix", "Original + suffix"},
-                                                {"custom", "Custom name + number"}}));
+  EXPECT_EQ(cases<ExportFormat>(), (Texts{"jpeg=JPEG", "heic=HEIC", "tiff=TIFF", "png=PNG"}));
+  EXPECT_EQ(cases<ExportColorSpace>(),
+            (Texts{"sRGB=sRGB (web, phones, most printers)", "displayP3=Display P3 (wide-gamut screens)",
+                   "adobeRGB=Adobe RGB (1998) (print shops)"}));
+  EXPECT_EQ(cases<SizeMode>(), (Texts{"original=Full size", "longEdge=Long edge", "shortEdge=Short edge",
+                                      "width=Width", "height=Height", "percent=Percent"}));
+  EXPECT_EQ(cases<OutputSharpening>(),
+            (Texts{"none=None", "screen=For screen", "matte=For matte paper", "glossy=For glossy paper"}));
+  EXPECT_EQ(cases<SharpenLevel>(), (Texts{"low=Low", "standard=Standard", "high=High"}));
+  EXPECT_EQ(cases<WatermarkPosition>(),
+            (Texts{"topLeft=Top left", "top=Top", "topRight=Top right", "left=Left", "center=Center",
+                   "right=Right", "bottomLeft=Bottom left", "bottom=Bottom", "bottomRight=Bottom right"}));
+  EXPECT_EQ(cases<MetadataPolicy>(),
+            (Texts{"all=All (camera details, keywords, location)",
+                   "copyrightOnly=Copyright and keywords only", "none=None (strip everything)"}));
+  EXPECT_EQ(cases<NamingMode>(), (Texts{"original=Same as the original", "originalSuffix=Original + suffix",
+                                        "custom=Custom name + number"}));
 }
 
-TEST(ExportEnumerations, NameTheEncodersFormatAndColourSpace) {
-  std::vector<ImageFormat> formats;
-  for (ExportFormat f : allCases<ExportFormat>()) formats.push_back(imageFormat(f));
+TEST(ExportEnumerations, FormatsAndSpacesNameTheirFilesAndEncoders) {
+  Texts formats;
+  for (ExportFormat f : allCases<ExportFormat>()) {
+    formats.push_back(std::string(ext(f)) + " " + std::string(uti(f)) + (lossy(f) ? " lossy" : ""));
+  }
   EXPECT_EQ(formats,
+            (Texts{"jpg image/jpeg lossy", "heic image/heic lossy", "tif image/tiff", "png image/png"}));
+  std::vector<ImageFormat> encoders;
+  for (ExportFormat f : allCases<ExportFormat>()) encoders.push_back(imageFormat(f));
+  EXPECT_EQ(encoders,
             (std::vector{ImageFormat::jpeg, ImageFormat::heif, ImageFormat::tiff, ImageFormat::png}));
   std::vector<ColorSpace> spaces;
   for (ExportColorSpace c : allCases<ExportColorSpace>()) spaces.push_back(space(c));
   EXPECT_EQ(spaces, (std::vector{ColorSpace::sRGB, ColorSpace::displayP3, ColorSpace::adobeRGB}));
 }
 
-TEST(ExportEnumerations, FormatsKnowTheirExtensionTypeAndCompression) {
-  std::vector<std::tuple<std::string_view, std::string_view, bool>> facts;
-  for (ExportFormat f : allCases<ExportFormat>()) facts.emplace_back(ext(f), uti(f), lossy(f));
-  EXPECT_EQ(facts,
-            (std::vector<std::tuple<std::string_view, std::string_view, bool>>{{"jpg", "image/jpeg", true},
-                                                                               {"heic", "image/heic", true},
-                                                                               {"tif", "image/tiff", false},
-                                                                               {"png", "image/png", false}}));
+// The defaults in their stored form: every field under its name, in
+// declaration order, enumerations by key.
+const char* const storedDefaults =
+    R"({"format":"jpeg","quality":0.9,"tiff16Bit":false,"sizeMode":"original","sizeValue":2048,)"
+    R"("dontEnlarge":true,"colorSpace":"sRGB","sharpening":"none","sharpenLevel":"standard",)"
+    R"("watermarkOn":false,"watermarkText":"© Your Name","watermarkSize":4,"watermarkOpacity":0.6,)"
+    R"("watermarkPosition":"bottomRight","watermarkDark":false,"metadata":"all","copyright":"",)"
+    R"("naming":"original","suffix":"-edit","customName":"Photo","folderPath":""})";
+
+TEST(ExportOptionsStoredForm, HoldsEveryFieldInDeclarationOrder) {
+  EXPECT_EQ(ordered_json::parse(*ExportOptions().encode()), ordered_json::parse(storedDefaults));
+  EXPECT_EQ(ExportOptions::decode(storedDefaults), ExportOptions());
 }
 
 // A record with every field away from its default.
@@ -107,60 +104,41 @@ ExportOptions changed() {
           .folderPath = "/home/someone/Exports"};
 }
 
-const std::vector<std::string> storedKeys = {
-    "format",           "quality",           "tiff16Bit",     "sizeMode",    "sizeValue",     "dontEnlarge",
-    "colorSpace",       "sharpening",        "sharpenLevel",  "watermarkOn", "watermarkText", "watermarkSize",
-    "watermarkOpacity", "watermarkPosition", "watermarkDark", "metadata",    "copyright",     "naming",
-    "suffix",           "customName",        "folderPath"};
-
-TEST(ExportOptionsStoredForm, IsOneObjectWithEveryFieldInDeclarationOrder) {
-  const ordered_json stored = ordered_json::parse(*changed().encode());
-  std::vector<std::string> keys;
-  for (const auto& item : stored.items()) keys.push_back(item.key());
-  EXPECT_EQ(keys, storedKeys);
-  EXPECT_EQ(stored["format"], "tiff");
-  EXPECT_EQ(stored["sizeValue"], 37.5);
-  EXPECT_EQ(stored["tiff16Bit"], true);
-  EXPECT_EQ(stored["watermarkPosition"], "topLeft");
-  EXPECT_EQ(stored["watermarkText"], "Ünïcode \"quoted\" / ©");
-  EXPECT_EQ(ExportOptions::decode(*changed().encode()), changed());
-  EXPECT_EQ(ExportOptions::decode(*ExportOptions().encode()), ExportOptions());
-}
-
 char kindOf(const ordered_json& value) {
   return value.is_number() ? 'n' : value.is_string() ? 's' : value.is_boolean() ? 'b' : 'o';
 }
+
+const std::set<std::string> choices = {"format",       "sizeMode",          "colorSpace", "sharpening",
+                                       "sharpenLevel", "watermarkPosition", "metadata",   "naming"};
 
 // Decoding is all or nothing: one missing key, one value of the wrong type
 // or one unknown enumeration key loses the whole record.
 TEST(ExportOptionsStoredForm, DecodesOnlyACompleteRecordOfTheRightTypes) {
   const ordered_json complete = ordered_json::parse(*changed().encode());
-  for (const std::string& key : storedKeys) {
+  EXPECT_EQ(ExportOptions::decode(complete.dump()), changed());
+  for (const auto& item : complete.items()) {
+    const std::string& key = item.key();
     SCOPED_TRACE(key);
     ordered_json missing = complete;
     missing.erase(key);
     EXPECT_EQ(ExportOptions::decode(missing.dump()), std::nullopt);
-    for (const ordered_json& wrong : {ordered_json(nullptr), ordered_json::array(), ordered_json("x"),
+    for (const ordered_json& wrong : {ordered_json(nullptr), ordered_json::array(), ordered_json("webp"),
                                       ordered_json(2), ordered_json(true)}) {
-      if (kindOf(wrong) == kindOf(complete[key])) continue;
+      // Any string is right for a text field; an enumeration takes its keys only.
+      const bool text = !choices.count(key);
+      if (kindOf(wrong) == kindOf(item.value()) && (!wrong.is_string() || text)) continue;
       ordered_json mistyped = complete;
       mistyped[key] = wrong;
       EXPECT_EQ(ExportOptions::decode(mistyped.dump()), std::nullopt) << wrong.dump();
     }
   }
-  for (const char* enumKey : {"format", "colorSpace", "sizeMode", "sharpening", "sharpenLevel",
-                              "watermarkPosition", "metadata", "naming"}) {
-    ordered_json unknown = complete;
-    unknown[enumKey] = "webp";
-    EXPECT_EQ(ExportOptions::decode(unknown.dump()), std::nullopt) << enumKey;
-  }
   ordered_json extra = complete;
   extra["addedLater"] = {1, 2};
   EXPECT_EQ(ExportOptions::decode(extra.dump()), changed());
-  for (const char* broken : {"", "null", "[]", "\"text\"", "{", "{} {}"}) {
+  for (const std::string& broken : {std::string(), std::string("null"), std::string("[]"), std::string("{"),
+                                    std::string("{} {}"), complete.dump() + " x"}) {
     EXPECT_EQ(ExportOptions::decode(broken), std::nullopt) << broken;
   }
-  EXPECT_EQ(ExportOptions::decode(complete.dump() + " x"), std::nullopt);
 }
 
 class ExportOptionsStoreTest : public ::testing::Test {
@@ -169,33 +147,8 @@ class ExportOptionsStoreTest : public ::testing::Test {
   UserDefaults store{dir.path()};
 };
 
-TEST_F(ExportOptionsStoreTest, LoadsTheDefaultsWhenNothingIsStored) {
-  const ExportOptions o = ExportOptions::load(store);
-  EXPECT_EQ(o, ExportOptions());
-  EXPECT_EQ(o.format, ExportFormat::jpeg);
-  EXPECT_EQ(o.quality, 0.9);
-  EXPECT_FALSE(o.tiff16Bit);
-  EXPECT_EQ(o.sizeMode, SizeMode::original);
-  EXPECT_EQ(o.sizeValue, 2048);
-  EXPECT_TRUE(o.dontEnlarge);
-  EXPECT_EQ(o.colorSpace, ExportColorSpace::sRGB);
-  EXPECT_EQ(o.sharpening, OutputSharpening::none);
-  EXPECT_EQ(o.sharpenLevel, SharpenLevel::standard);
-  EXPECT_FALSE(o.watermarkOn);
-  EXPECT_EQ(o.watermarkText, "© Your Name");
-  EXPECT_EQ(o.watermarkSize, 4.0);
-  EXPECT_EQ(o.watermarkOpacity, 0.6);
-  EXPECT_EQ(o.watermarkPosition, WatermarkPosition::bottomRight);
-  EXPECT_FALSE(o.watermarkDark);
-  EXPECT_EQ(o.metadata, MetadataPolicy::all);
-  EXPECT_EQ(o.copyright, "");
-  EXPECT_EQ(o.naming, NamingMode::original);
-  EXPECT_EQ(o.suffix, "-edit");
-  EXPECT_EQ(o.customName, "Photo");
-  EXPECT_EQ(o.folderPath, "");
-}
-
 TEST_F(ExportOptionsStoreTest, SavedOptionsLoadEqualUnderTheirKey) {
+  EXPECT_EQ(ExportOptions::load(store), ExportOptions());
   ASSERT_TRUE(changed().save(store));
   EXPECT_EQ(ExportOptions::load(store), changed());
   EXPECT_EQ(store.data("kuvo.ph.exportOptions"), changed().encode());

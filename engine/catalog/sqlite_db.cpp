@@ -174,8 +174,8 @@ void SQLiteDB::bindArguments(sqlite3_stmt* stmt, const std::vector<SQLValue>& ar
       }
       // A zero-length blob needs a non-null pointer to stay a blob.
       static const std::uint8_t empty = 0;
-      sqlite3_bind_blob(stmt, index, bytes->empty() ? &empty : bytes->data(),
-                        static_cast<int>(bytes->size()), transientBytes);
+      sqlite3_bind_blob(stmt, index, bytes->empty() ? &empty : bytes->data(), static_cast<int>(bytes->size()),
+                        transientBytes);
     } else {
       sqlite3_bind_null(stmt, index);
     }
@@ -307,7 +307,16 @@ std::vector<std::string> SQLiteDB::quickCheck() {
   int rc;
   while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
     const auto* line = reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0));
-    if (!line || std::strcmp(line, "ok") != 0) problems.emplace_back(line ? line : "no answer");
+    const std::string answer = line ? line : "no answer";
+    if (answer == "ok") continue;
+    // One answer may hold several problems, a line each, after a line
+    // naming the schema ("*** in database main ***"); there is one schema.
+    std::size_t start = 0;
+    for (std::size_t end; start <= answer.size(); start = end + 1) {
+      end = std::min(answer.find('\n', start), answer.size());
+      const std::string problem = answer.substr(start, end - start);
+      if (!problem.empty() && problem.rfind("*** ", 0) != 0) problems.push_back(problem);
+    }
   }
   if (rc != SQLITE_DONE) problems.push_back(failure());
   sqlite3_finalize(stmt);

@@ -35,8 +35,8 @@ struct OpenedLibrary {
 
 /// Opens the library at `folder`, checked first when the check is due, and
 /// starts the day's backup (when one is due) on a thread of its own,
-/// `DailyBackup`, which copies on its own connection in paced steps so that
-/// neither the start nor a rating waits for it. Throws what `PhotoLibrary`
+/// `DailyBackup`, which copies on a connection of its own, so that neither
+/// the start nor a rating waits for it. Throws what `PhotoLibrary`
 /// throws: CatalogDamaged when the check fails, with nothing opened for
 /// writing and the last good backup named.
 OpenedLibrary openLibrary(const std::filesystem::path& folder);

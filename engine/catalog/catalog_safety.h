@@ -167,10 +167,12 @@ RestoreResult restore(const std::filesystem::path& library, const std::string& n
 
 }  // namespace CatalogBackups
 
-/// The day's backup, made on a thread of its own when one is due, paced so
-/// that ratings and edits on the library's own connection never wait for
-/// it. The thread starts in the constructor; the destructor asks an
-/// unfinished copy to stop (nothing is left behind) and waits for it.
+/// The day's backup, made on a thread of its own when one is due. It reads
+/// one snapshot on a connection of its own, which writers on the library's
+/// connection never wait for in write-ahead-log mode, and it is asked
+/// between steps (of `pacing`) whether to go on. The thread starts in the
+/// constructor; the destructor asks an unfinished copy to stop (nothing is
+/// left behind) and waits for it.
 class DailyBackup {
  public:
   struct Outcome {

@@ -14,5 +14,6 @@ void addLutCommands(std::vector<Command>& table);
 void addRenderCommands(std::vector<Command>& table);
 void addMaskCommands(std::vector<Command>& table);
 void addEditCommands(std::vector<Command>& table);
+void addBackupCommands(std::vector<Command>& table);
 
 }  // namespace lumivale::cli

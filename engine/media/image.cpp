@@ -78,12 +78,14 @@ Image Image::fromPixels(const FloatPixels& pixels) {
     throw ImageError("pixels do not match their size");
   }
   return withVips("cannot wrap pixels", [&] {
-    // new_from_memory borrows the buffer; copy_memory makes the image own
-    // its pixels before the buffer can go away.
-    vips::VImage image = vips::VImage::new_from_memory(const_cast<float*>(pixels.values.data()),
-                                                       pixels.values.size() * sizeof(float), pixels.width,
-                                                       pixels.height, pixels.bands, VIPS_FORMAT_FLOAT)
-                             .copy_memory();
+    // The image gets a copy of the pixels: the caller's buffer may change
+    // or go away while the image lives. (copy_memory would not do: on an
+    // image over borrowed memory it only adds a reference.)
+    VipsImage* raw =
+        vips_image_new_from_memory_copy(pixels.values.data(), pixels.values.size() * sizeof(float),
+                                        pixels.width, pixels.height, pixels.bands, VIPS_FORMAT_FLOAT);
+    if (!raw) throw vips::VError();
+    const vips::VImage image(raw);
     return fromVips(image.copy(vips::VImage::option()->set(
         "interpretation", pixels.bands >= 3 ? VIPS_INTERPRETATION_scRGB : VIPS_INTERPRETATION_B_W)));
   });

@@ -7,6 +7,7 @@
 // at once, for rows in any order, so it must be a pure function of its
 // arguments (captured values are read only) and must not throw.
 
+#include <cstddef>
 #include <functional>
 #include <vector>
 
@@ -38,5 +39,45 @@ using WindowFn = std::function<void(const float* const* rows, float* out, int wi
 /// An image of the input's size whose pixels `fn` computes from the
 /// (2 radius + 1)² window around each input pixel; `outBands` float bands.
 Image mapWindow(const Image& input, int radius, int outBands, WindowFn fn);
+
+/// Columns left … left + width − 1, rows top … top + height − 1.
+struct PixelRect {
+  int left = 0;
+  int top = 0;
+  int width = 0;
+  int height = 0;
+  int right() const { return left + width; }
+  int bottom() const { return top + height; }
+  bool operator==(const PixelRect&) const = default;
+};
+
+/// The input pixels an area kernel may read: every pixel of `rect`, which
+/// lies inside the input.
+struct InputArea {
+  PixelRect rect;
+  int bands = 0;
+  const float* origin = nullptr;  ///< pixel (rect.left, rect.top)
+  std::size_t rowStride = 0;      ///< floats from one row to the next
+
+  /// Pixel (x, y); x and y must lie inside `rect`.
+  const float* at(int x, int y) const {
+    return origin + std::size_t(y - rect.top) * rowStride + std::size_t(x - rect.left) * bands;
+  }
+};
+
+/// The input rectangle that output rectangle `out` reads.
+using NeedFn = std::function<PixelRect(const PixelRect& out)>;
+
+/// Fills `width` pixels of output row `y` starting at column `x` from `in`.
+using AreaFn = std::function<void(const InputArea& in, float* out, int width, int x, int y)>;
+
+/// A `width` × `height` image of `outBands` float bands computed from any
+/// input pixels: for each output rectangle, `need` says which input
+/// rectangle it reads, and `fn` is called for its rows with those pixels
+/// ready. The rectangle is clamped into the input coordinate by coordinate
+/// (a column left of the input becomes column 0, and so on), so a kernel that
+/// reads the clamped position of any point of its rectangle reads the input
+/// as if its edge pixels went on for ever (clamp to extent).
+Image mapArea(const Image& input, int width, int height, int outBands, NeedFn need, AreaFn fn);
 
 }  // namespace lumivale::kernel

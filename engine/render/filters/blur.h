@@ -8,11 +8,15 @@
 namespace lumivale::filters {
 
 /// A separable Gaussian of standard deviation `sigma` pixels (any band
-/// count). A sigma at or below 0.05 returns the input unchanged. The kernel
-/// reaches far enough that what it leaves out weighs below 1/1000.
+/// count): the discrete Gaussian, whose variance is σ² at every size (a
+/// sampled bell loses its width below σ ≈ 1). A sigma at or below 0.05, or
+/// NaN, returns the input unchanged. The kernel reaches far enough that what
+/// it leaves out weighs below 1/1000; its weights are then scaled to sum
+/// to 1, so flat areas stay exactly flat.
 Image gaussianBlur(const Image& input, double sigma);
 
-/// input + intensity × (input − gaussianBlur(input, σ = radius)).
+/// input + intensity × (input − gaussianBlur(input, σ = radius)); the input
+/// itself where the blur or the intensity is nothing.
 Image unsharpMask(const Image& input, double radius, double intensity);
 
 }  // namespace lumivale::filters

@@ -10,7 +10,7 @@ namespace lumivale::filters {
 
 /// `value0` up to p0, `value1` from p1 on, linear in between along the
 /// projection of the pixel onto the line p0 → p1. p0 = p1 gives `value1`
-/// everywhere but exactly at p0's side (the projection is taken as beyond).
+/// everywhere (every pixel counts as beyond p1).
 Image linearGradient(int width, int height, Point p0, double value0, Point p1, double value1);
 
 /// An elliptical ramp around `centre`: with d = the distance from the

@@ -3,7 +3,8 @@
 // Images are float RGB (3 bands) in the working space, or 1-band grey
 // coverage; a grey pixel v is read as the colour (v, v, v) with alpha 1, and
 // a 1-band image stays 1-band (its result is the red channel's). There is no
-// alpha channel in the chain: where a formula reads alpha, it is 1.
+// alpha channel in the chain: where a formula reads alpha, it is 1. Images
+// of other band counts are refused (ImageError).
 
 #include <array>
 
@@ -31,10 +32,12 @@ struct ColorMatrix {
 Image colorMatrix(const Image& input, const ColorMatrix& matrix);
 
 /// Each channel limited to its [min, max] (r, g, b; the fourth value is
-/// alpha's and has nothing to limit here).
+/// alpha's and has nothing to limit here), as min(max(x, min), max): NaN
+/// counts as −∞ and gives min; a min above max gives max.
 Image colorClamp(const Image& input, const std::array<double, 4>& minimum, const std::array<double, 4>& maximum);
 
 /// sign(x) × |x|^power per channel: values above 1 and below 0 survive.
+/// 0 stays 0, NaN stays NaN; results beyond float are infinite.
 Image gammaAdjust(const Image& input, double power);
 
 /// 1 − value per channel.

@@ -150,28 +150,40 @@ void writeDng(const std::filesystem::path& file, const SampleDng& dng) {
     static const uint8_t version[4] = {1, 4, 0, 0};
     TIFFSetField(tif, TIFFTAG_DNGVERSION, version);
     TIFFSetField(tif, TIFFTAG_UNIQUECAMERAMODEL, (dng.make + " " + dng.model).c_str());
-    static const float matrix[9] = {0.9f, -0.3f, -0.1f, -0.4f, 1.2f, 0.2f, -0.1f, 0.2f, 0.6f};
-    TIFFSetField(tif, TIFFTAG_COLORMATRIX1, 9, matrix);
+    TIFFSetField(tif, TIFFTAG_COLORMATRIX1, 9, dng.colorMatrix.data());
     TIFFSetField(tif, TIFFTAG_CALIBRATIONILLUMINANT1, static_cast<uint16_t>(21));
-    static const float neutral[3] = {0.5f, 1.0f, 0.7f};
-    TIFFSetField(tif, TIFFTAG_ASSHOTNEUTRAL, 3, neutral);
+    TIFFSetField(tif, TIFFTAG_ASSHOTNEUTRAL, 3, dng.asShotNeutral.data());
+    if (dng.baselineExposure) TIFFSetField(tif, TIFFTAG_BASELINEEXPOSURE, *dng.baselineExposure);
   };
   // Integer tags, whatever their width: varargs pass them all as int.
   auto setAll = [&](std::initializer_list<std::pair<ttag_t, int>> tags) {
     for (auto [tag, value] : tags) TIFFSetField(tif, tag, value);
   };
   auto writeRaw = [&] {
-    setAll({{TIFFTAG_SUBFILETYPE, 0}, {TIFFTAG_IMAGEWIDTH, dng.width}, {TIFFTAG_IMAGELENGTH, dng.height}, {TIFFTAG_BITSPERSAMPLE, 16}, {TIFFTAG_SAMPLESPERPIXEL, 1},
-            {TIFFTAG_COMPRESSION, COMPRESSION_NONE}, {TIFFTAG_PHOTOMETRIC, 32803 /* colour filter array */}, {TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG}, {TIFFTAG_ROWSPERSTRIP, dng.height}});
-    static const uint16_t repeat[2] = {2, 2};
-    static const uint8_t pattern[4] = {0, 1, 1, 2};  // RGGB
-    TIFFSetField(tif, TIFFTAG_CFAREPEATPATTERNDIM, repeat);
-    TIFFSetField(tif, TIFFTAG_CFAPATTERN, 4, pattern);
-    uint32_t white = 4095;
+    const auto [statedWidth, statedHeight] = dng.statedSize.value_or(std::pair(uint32_t(dng.width), uint32_t(dng.height)));
+    const int channels = dng.linearRaw ? 3 : 1;
+    setAll({{TIFFTAG_SUBFILETYPE, 0}, {TIFFTAG_IMAGEWIDTH, int(statedWidth)}, {TIFFTAG_IMAGELENGTH, int(statedHeight)}, {TIFFTAG_BITSPERSAMPLE, 16}, {TIFFTAG_SAMPLESPERPIXEL, channels},
+            {TIFFTAG_COMPRESSION, COMPRESSION_NONE}, {TIFFTAG_PHOTOMETRIC, dng.linearRaw ? 34892 /* linear raw */ : 32803 /* colour filter array */}, {TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG}, {TIFFTAG_ROWSPERSTRIP, int(statedHeight)}});
+    if (!dng.linearRaw) {
+      static const uint16_t repeat[2] = {2, 2};
+      static const uint8_t pattern[4] = {0, 1, 1, 2};  // RGGB
+      TIFFSetField(tif, TIFFTAG_CFAREPEATPATTERNDIM, repeat);
+      TIFFSetField(tif, TIFFTAG_CFAPATTERN, 4, pattern);
+    }
+    uint32_t white = static_cast<uint32_t>(dng.whiteLevel);
     if (dng.dngTags) TIFFSetField(tif, TIFFTAG_WHITELEVEL, 1, &white);
-    std::vector<uint16_t> pixels(std::size_t(dng.width) * dng.height);
-    for (std::size_t i = 0; i < pixels.size(); ++i) pixels[i] = uint16_t(256 + 8 * (i % dng.width + i / dng.width));
-    TIFFWriteEncodedStrip(tif, 0, pixels.data(), static_cast<tmsize_t>(pixels.size() * 2));
+    float black = static_cast<float>(dng.blackLevel);
+    if (dng.dngTags && dng.blackLevel != 0) TIFFSetField(tif, TIFFTAG_BLACKLEVEL, 1, &black);
+    std::vector<uint16_t> pixels = dng.samples;
+    if (pixels.size() != std::size_t(dng.width) * dng.height * channels) {
+      pixels.resize(std::size_t(dng.width) * dng.height * channels);
+      for (std::size_t i = 0; i < pixels.size(); ++i) {
+        const std::size_t site = i / channels;
+        pixels[i] = uint16_t(256 + 8 * (site % dng.width + site / dng.width));
+      }
+    }
+    // Raw, so a stated size that differs from the samples is kept as it is.
+    TIFFWriteRawStrip(tif, 0, pixels.data(), static_cast<tmsize_t>(pixels.size() * 2));
   };
 
   if (withPreview) {

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace lumivale::test {
@@ -55,9 +56,23 @@ struct SampleDng {
   /// False leaves out DNGVersion and the DNG colour tags: a plain TIFF-based
   /// raw file as some makers write it.
   bool dngTags = true;
+  /// The RGGB samples, row by row (width × height); a gradient when empty.
+  /// With `linearRaw`, three samples per pixel (RGB in camera space).
+  std::vector<std::uint16_t> samples;
+  /// A demosaiced ("linear raw") image instead of a colour filter array.
+  bool linearRaw = false;
+  int blackLevel = 0;
+  int whiteLevel = 4095;
+  /// ColorMatrix1 (XYZ to camera, D65) and the camera's neutral as shot.
+  std::vector<float> colorMatrix = {0.9f, -0.3f, -0.1f, -0.4f, 1.2f, 0.2f, -0.1f, 0.2f, 0.6f};
+  std::vector<float> asShotNeutral = {0.5f, 1.0f, 0.7f};
+  std::optional<double> baselineExposure;
+  /// The size the raw image's tags state, when it should differ from the
+  /// samples written (a damaged file).
+  std::optional<std::pair<std::uint32_t, std::uint32_t>> statedSize;
 };
 
-/// Writes a DNG with a 16-bit RGGB CFA raw image.
+/// Writes a DNG with a 16-bit RGGB CFA raw image (or a linear one).
 void writeDng(const std::filesystem::path& file, const SampleDng& dng = {});
 
 }  // namespace lumivale::test

@@ -29,12 +29,13 @@ struct MemImageFree {
 vips::VImage decodeJpeg(const libraw_thumbnail_t& thumb, int maxSide) {
   // The header first: its stated size decides whether decoding is sane.
   vips::VImage header = vips::VImage::new_from_buffer(thumb.thumb, thumb.tlength, "");
-  if (std::int64_t(header.width()) * header.height() > maxPreviewPixels)
+  if (std::int64_t(header.width()) * header.height() > maxPreviewPixels) {
     throw ImageError("preview too large");
+  }
+  maxSide = std::min(maxSide, std::max(header.width(), header.height()));
   // Shrinks while decoding (JPEG scaling); the RAW's orientation applies,
-  // not the preview's own tag.
-  // The blob borrows the reader's bytes: the caller computes the result
-  // before the reader goes.
+  // not the preview's own tag. The blob borrows the reader's bytes: the
+  // caller computes the result before the reader goes.
   VipsBlob* blob = vips_blob_new(nullptr, thumb.thumb, thumb.tlength);
   std::unique_ptr<VipsArea, decltype(&vips_area_unref)> release(VIPS_AREA(blob), vips_area_unref);
   return vips::VImage::thumbnail_buffer(

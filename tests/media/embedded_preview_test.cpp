@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "tests/support/sample_photos.h"
 #include "tests/support/temp_dir.h"
 
@@ -67,7 +69,8 @@ TEST(EmbeddedPreview, TheCamerasPreviewOfItsRawFile) {
   const Image small = EmbeddedPreviews::largest(sharedCr2, 420);
   EXPECT_EQ(small.width(), 420);
   EXPECT_EQ(small.height(), 280);
-  const Image whole = EmbeddedPreviews::largest(sharedCr2, 100000);
+  // Any larger side, up to the largest number, gives the preview as stored.
+  const Image whole = EmbeddedPreviews::largest(sharedCr2, std::numeric_limits<int>::max());
   EXPECT_EQ(whole.width(), 1728);
   EXPECT_EQ(whole.height(), 1152);
   // The sky at the top is light and blue, the forest at the bottom dark.

@@ -170,6 +170,7 @@ const std::vector<Command>& commands() {
     addEditCommands(t);
     addMaskCommands(t);
     addLutCommands(t);
+    addPreviewCommands(t);
     return t;
   }();
   return table;

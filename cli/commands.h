@@ -13,5 +13,6 @@ void addOrganizeCommands(std::vector<Command>& table);
 void addLutCommands(std::vector<Command>& table);
 void addMaskCommands(std::vector<Command>& table);
 void addEditCommands(std::vector<Command>& table);
+void addPreviewCommands(std::vector<Command>& table);
 
 }  // namespace lumivale::cli

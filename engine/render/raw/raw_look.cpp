@@ -1,7 +1,6 @@
 #include "engine/render/raw/raw_look.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <memory>
 #include <vector>
@@ -10,6 +9,7 @@
 #include "engine/render/filters/blur.h"
 #include "engine/render/filters/resample.h"
 #include "engine/render/kernel.h"
+#include "engine/render/raw/raw_kernels.h"
 
 namespace lumivale {
 namespace {
@@ -51,33 +51,6 @@ struct Curve {
 
   // The value after the gain that the curve maps to y (0 < y < s).
   double inverse(double y) const { return std::pow(k * y / (s - y), 1 / c); }
-};
-
-// f(x) / x, tabulated over x = (i / (n − 1))² · top: dense where the curve
-// bends most, near black.
-class RatioTable {
- public:
-  explicit RatioTable(const Curve& curve) : curve_(curve), top_(4 * curve.gain) {
-    for (std::size_t i = 0; i < values_.size(); ++i) {
-      const double u = double(i) / (values_.size() - 1);
-      const double x = u * u * top_;
-      values_[i] = i == 0 ? 0.0f : float(curve(x) / x);
-    }
-  }
-
-  float operator()(float x) const {
-    if (!(x > 0)) return 0;
-    if (x >= top_) return float(curve_(x) / x);
-    const float position = std::sqrt(x / float(top_)) * float(values_.size() - 1);
-    const std::size_t i = std::min(std::size_t(position), values_.size() - 2);
-    const float t = position - float(i);
-    return values_[i] + t * (values_[i + 1] - values_[i]);
-  }
-
- private:
-  Curve curve_;
-  double top_;
-  std::array<float, 4096> values_{};
 };
 
 }  // namespace
@@ -172,28 +145,8 @@ std::optional<double> RawLook::matchedExposure(const Image& scene, const Image& 
 
 std::function<void(float*, int)> RawLook::rowFunction() const {
   const Curve curve(*this);
-  auto table = std::make_shared<const RatioTable>(curve);
-  const float gain = float(curve.gain);
-  return [table, gain](float* p, int width) {
-    for (int i = 0; i < 3 * width; i += 3) {
-      const float x = gain * float(luminance(p[i], p[i + 1], p[i + 2]));
-      const float ratio = gain * (*table)(x);
-      float r = p[i] * ratio, g = p[i + 1] * ratio, b = p[i + 2] * ratio;
-      // Keep the colour inside the display range where its luminance is:
-      // towards grey, at constant luminance, until its largest channel fits.
-      const float y = x * ratio / gain;
-      const float high = std::max({r, g, b});
-      if (high > 1 && y < 1) {
-        const float t = (1 - y) / (high - y);
-        r = y + (r - y) * t;
-        g = y + (g - y) * t;
-        b = y + (b - y) * t;
-      }
-      p[i] = r;
-      p[i + 1] = g;
-      p[i + 2] = b;
-    }
-  };
+  const raw_kernels::LookCurve vectorCurve{float(curve.gain), float(curve.c), float(curve.s), float(curve.k)};
+  return [vectorCurve](float* rgb, int width) { raw_kernels::lookRow(vectorCurve, rgb, width); };
 }
 
 Image RawLook::apply(const Image& scene) const {

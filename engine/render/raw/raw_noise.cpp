@@ -8,6 +8,7 @@
 #include "engine/render/filters/blur.h"
 #include "engine/render/filters/resample.h"
 #include "engine/render/kernel.h"
+#include "engine/render/raw/raw_kernels.h"
 
 namespace lumivale::RawNoise {
 namespace {
@@ -15,7 +16,6 @@ namespace {
 constexpr float wr = 0.2126f, wg = 0.7152f, wb = 0.0722f;
 
 inline float root(float v) { return v < 0 ? -std::sqrt(-v) : std::sqrt(v); }
-inline float unroot(float v) { return v < 0 ? -v * v : v * v; }
 inline float rootedLuminance(const float* p) { return wr * root(p[0]) + wg * root(p[1]) + wb * root(p[2]); }
 
 // Luminance is smoothed where it varies by less than this many noise
@@ -150,21 +150,11 @@ Image reduce(const Image& image, const RawNoiseAmounts& amounts, double sigma, d
     inputs.push_back(blurredChroma(image, std::max(colorAmount * colorSigmaAtFull * scale, 0.5)));
 
   return kernel::mapRows(inputs, 3, [=](const float* const* in, float* out, int width, int, int) {
-    const float* ab = smoothLuminance ? in[1] : nullptr;
-    const float* c = smoothChroma ? in[smoothLuminance ? 2 : 1] : nullptr;
-    for (int i = 0; i < width; ++i) {
-      const float* p = in[0] + 3 * i;
-      if (!ab && !c) {
-        std::copy(p, p + 3, out + 3 * i);
-        continue;
-      }
-      const float rooted[3] = {root(p[0]), root(p[1]), root(p[2])};
-      const float l = wr * rooted[0] + wg * rooted[1] + wb * rooted[2];
-      const float smoothed = ab ? ab[2 * i] * l + ab[2 * i + 1] : l;
-      for (int k = 0; k < 3; ++k) {
-        const float own = c ? c[3 * i + k] : rooted[k] - l;
-        out[3 * i + k] = unroot(smoothed + own);
-      }
+    if (smoothLuminance || smoothChroma) {
+      raw_kernels::combineRow(in[0], smoothLuminance ? in[1] : nullptr,
+                              smoothChroma ? in[smoothLuminance ? 2 : 1] : nullptr, out, width);
+    } else {
+      std::copy(in[0], in[0] + 3 * width, out);
     }
     if (finish) finish(out, width);
   });

@@ -123,21 +123,58 @@ class CorrectionGrid {
 
   bool changes() const { return moves_ || !gains_.empty(); }
 
-  /// Where output pixel (x, y) takes channel c from.
-  void source(double x, double y, int c, float& sx, float& sy) const {
+  /// Where pixels x0 … x0 + n − 1 of output row y take red, green and blue
+  /// from: (x, y) pairs, six floats per pixel.
+  void rowSources(int y, int x0, int n, float* out) const {
     if (!moves_) {
-      sx = float(x);
-      sy = float(y);
+      for (int i = 0; i < n; ++i) {
+        for (int c = 0; c < 3; ++c) {
+          out[6 * i + 2 * c] = float(x0 + i);
+          out[6 * i + 2 * c + 1] = float(y);
+        }
+      }
       return;
     }
-    sx = interpolate(sources_, 6, 2 * c, x, y);
-    sy = interpolate(sources_, 6, 2 * c + 1, x, y);
+    // The grid's rows above and below, blended once for the row; then
+    // along the row between neighbouring columns.
+    const float gy = std::min(float(y) / step_, float(rows_ - 1));
+    const int row = std::min(int(gy), rows_ - 2);
+    const float fy = gy - row;
+    thread_local std::vector<float> blended;
+    blended.resize(std::size_t(cols_) * 6);
+    const float* upper = &sources_[std::size_t(row) * cols_ * 6];
+    const float* lower = upper + std::size_t(cols_) * 6;
+    for (std::size_t i = 0; i < blended.size(); ++i) blended[i] = upper[i] + fy * (lower[i] - upper[i]);
+    const float inverseStep = 1.0f / step_;
+    for (int i = 0; i < n; ++i) {
+      const float gx = std::min(float(x0 + i) * inverseStep, float(cols_ - 1));
+      const int col = std::min(int(gx), cols_ - 2);
+      const float fx = gx - col;
+      const float* left = &blended[std::size_t(col) * 6];
+      for (int k = 0; k < 6; ++k) out[6 * i + k] = left[k] + fx * (left[6 + k] - left[k]);
+    }
   }
 
-  /// The vignetting gain of channel c at input position (x, y).
-  float gain(double x, double y, int c) const {
-    return gains_.empty() ? 1.0f : interpolate(gains_, 3, c, x, y);
+  /// The vignetting gains of red, green and blue at input position (x, y).
+  void gains(float x, float y, float* gain) const {
+    if (gains_.empty()) {
+      gain[0] = gain[1] = gain[2] = 1;
+      return;
+    }
+    const float gx = std::clamp(x / step_, 0.0f, float(cols_ - 1)),
+                gy = std::clamp(y / step_, 0.0f, float(rows_ - 1));
+    const int x0 = std::min(int(gx), cols_ - 2), y0 = std::min(int(gy), rows_ - 2);
+    const float fx = gx - x0, fy = gy - y0;
+    const float* p = &gains_[(std::size_t(y0) * cols_ + x0) * 3];
+    const float* q = p + std::size_t(cols_) * 3;
+    for (int c = 0; c < 3; ++c) {
+      const float top = p[c] + fx * (p[3 + c] - p[c]);
+      const float bottom = q[c] + fx * (q[3 + c] - q[c]);
+      gain[c] = top + fy * (bottom - top);
+    }
   }
+
+  bool vignetting() const { return !gains_.empty(); }
 
   /// The input rectangle the output rectangle reads (before clamping).
   kernel::PixelRect need(const kernel::PixelRect& out) const {
@@ -166,18 +203,6 @@ class CorrectionGrid {
   bool tca() const { return tca_; }
 
  private:
-  float interpolate(const std::vector<float>& table, int stride, int offset, double x, double y) const {
-    const double gx = std::clamp(x / step_, 0.0, double(cols_ - 1)),
-                 gy = std::clamp(y / step_, 0.0, double(rows_ - 1));
-    const int x0 = std::min(int(gx), cols_ - 2), y0 = std::min(int(gy), rows_ - 2);
-    const float fx = float(gx - x0), fy = float(gy - y0);
-    const float* p = &table[(std::size_t(y0) * cols_ + x0) * stride + offset];
-    const float* q = p + std::size_t(cols_) * stride;
-    const float top = p[0] + fx * (p[stride] - p[0]);
-    const float bottom = q[0] + fx * (q[stride] - q[0]);
-    return top + fy * (bottom - top);
-  }
-
   int width_;
   int height_;
   int step_;
@@ -220,6 +245,9 @@ Image apply(const Image& image, const RawFacts& facts) {
       [grid](const kernel::InputArea& in, float* out, int n, int x0, int y) {
         const int left = in.rect.left, right = in.rect.right() - 1;
         const int top = in.rect.top, bottom = in.rect.bottom() - 1;
+        thread_local std::vector<float> sources;
+        sources.resize(std::size_t(n) * 6);
+        grid->rowSources(y, x0, n, sources.data());
         // Bilinear, edge pixels repeated beyond the input.
         auto sample = [&](float sx, float sy, int first, int last, float* to) {
           const float fxf = std::floor(sx), fyf = std::floor(sy);
@@ -230,24 +258,22 @@ Image apply(const Image& image, const RawFacts& facts) {
           const float* p10 = in.at(xb, ya);
           const float* p01 = in.at(xa, yb);
           const float* p11 = in.at(xb, yb);
+          float gain[3] = {1, 1, 1};
+          if (grid->vignetting()) grid->gains(sx, sy, gain);
           for (int k = first; k <= last; ++k) {
             const float upper = p00[k] + fx * (p10[k] - p00[k]);
             const float lower = p01[k] + fx * (p11[k] - p01[k]);
-            to[k] = (upper + fy * (lower - upper)) * grid->gain(sx, sy, k);
+            to[k] = (upper + fy * (lower - upper)) * gain[k];
           }
         };
         for (int i = 0; i < n; ++i) {
-          float sx, sy;
+          const float* xy = &sources[std::size_t(i) * 6];
           if (!grid->tca()) {
             // The three channels come from one place.
-            grid->source(x0 + i, y, 0, sx, sy);
-            sample(sx, sy, 0, 2, out + 3 * i);
+            sample(xy[2], xy[3], 0, 2, out + 3 * i);
             continue;
           }
-          for (int c = 0; c < 3; ++c) {
-            grid->source(x0 + i, y, c, sx, sy);
-            sample(sx, sy, c, c, out + 3 * i);
-          }
+          for (int c = 0; c < 3; ++c) sample(xy[2 * c], xy[2 * c + 1], c, c, out + 3 * i);
         }
       });
 }

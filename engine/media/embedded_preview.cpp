@@ -69,11 +69,13 @@ Image largest(const std::filesystem::path& file, int maxSide) {
   if (maxSide < 1) return {};
   initImageLibraries();
   try {
+    // Regular files only: LibRaw would wait for ever on a FIFO.
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(file, error)) return {};
     auto reader = std::make_unique<ThumbnailReader>();
     if (reader->open_file(file.c_str()) != LIBRAW_SUCCESS) return {};
     const libraw_thumbnail_t& thumb = reader->imgdata.thumbnail;
     // A damaged header can state any length; LibRaw would allocate it.
-    std::error_code error;
     const auto fileSize = std::int64_t(std::filesystem::file_size(file, error));
     const std::int64_t offset = reader->thumbnailOffset();
     if (error || thumb.tlength == 0 || offset < 0 || offset + std::int64_t(thumb.tlength) > fileSize)

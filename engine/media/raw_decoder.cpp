@@ -38,8 +38,11 @@ class Processor : public LibRaw {
   bool fujiLayout() const { return libraw_internal_data.internal_output_params.fuji_width != 0; }
 };
 
-// About half a megabyte: kept off the stack of worker threads.
+// About half a megabyte: kept off the stack of worker threads. Regular files
+// only: LibRaw would wait for ever on a FIFO standing where a photo was.
 std::unique_ptr<Processor> openFile(const std::filesystem::path& file) {
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(file, error)) return nullptr;
   auto processor = std::make_unique<Processor>();
   if (processor->open_file(file.c_str()) != LIBRAW_SUCCESS) return nullptr;
   return processor;

@@ -4,6 +4,7 @@
 #include "engine/media/embedded_preview.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <limits>
 
@@ -94,6 +95,8 @@ TEST(EmbeddedPreview, NothingWithoutAPreview) {
   EXPECT_TRUE(EmbeddedPreviews::largest(dir / "empty.cr2", 420).empty());
   EXPECT_TRUE(EmbeddedPreviews::largest(dir / "missing.cr2", 420).empty());
   EXPECT_TRUE(EmbeddedPreviews::largest(dir / "preview.dng", 0).empty());
+  ASSERT_EQ(mkfifo((dir / "waiting.nef").c_str(), 0600), 0);
+  EXPECT_TRUE(EmbeddedPreviews::largest(dir / "waiting.nef", 420).empty());
 }
 
 TEST(EmbeddedPreview, ADamagedPreviewGivesNothing) {

@@ -5,6 +5,7 @@
 #include "engine/media/raw_decoder.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cmath>
 #include <functional>
@@ -172,6 +173,13 @@ TEST_F(RawDecoderTest, ClippedGreenTurnsWhiteNotMagenta) {
   const Stats s = stats(RawDecoder::develop(write(dng), {}));
   EXPECT_GT(s.mean[1], 0.99);
   EXPECT_LT(s.spread / s.mean[1], 0.02);
+}
+
+TEST_F(RawDecoderTest, AFifoNamedAsARawFileIsNotWaitedOn) {
+  const std::filesystem::path fifo = dir / "waiting.cr2";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  EXPECT_FALSE(RawDecoder::facts(fifo));
+  EXPECT_THROW(RawDecoder::develop(fifo, {}), ImageError);
 }
 
 TEST(RawDecoderCamera, OursAgreesWithLibRawsOwnProcessing) {

@@ -120,7 +120,8 @@ void addName(std::vector<std::string>& names, const std::string& name) {
 }
 
 // The file's own maker, model and lens texts through exiv2, which knows the
-// makers' lens tags by name. Failures leave `facts` as LibRaw filled it.
+// makers' lens tags by name, and the subject distance. Failures leave
+// `facts` as LibRaw filled it.
 void addExifNames(const std::filesystem::path& file, RawFacts& facts) {
   try {
     auto image = Exiv2::ImageFactory::open(file.string());
@@ -137,6 +138,12 @@ void addExifNames(const std::filesystem::path& file, RawFacts& facts) {
       facts.cameraNames.push_back(camera);
     }
     addName(facts.lensNames, text("Exif.Photo.LensModel"));
+    // The subject distance in metres; an all-ones value means infinity.
+    if (auto it = exif.findKey(Exiv2::ExifKey("Exif.Photo.SubjectDistance"));
+        it != exif.end() && it->count() > 0) {
+      const Exiv2::Rational r = it->toRational();
+      if (r.second != 0 && r.first > 0) facts.focusDistance = std::min(double(r.first) / r.second, 1000.0);
+    }
     if (auto it = Exiv2::lensName(exif); it != exif.end()) addName(facts.lensNames, it->print(&exif));
   } catch (const std::exception&) {
     // exiv2 does not know every RAW container; LibRaw's names stand alone.

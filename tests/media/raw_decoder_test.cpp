@@ -87,6 +87,7 @@ TEST_F(RawDecoderTest, FactsComeFromTheHeader) {
   dng.model = "Canon EOS 5D Mark II";
   dng.lens = "EF24-105mm f/4L IS USM";
   dng.baselineExposure = 0.5;
+  dng.subjectDistance = 3.5;
   const auto facts = RawDecoder::facts(write(dng));
   ASSERT_TRUE(facts);
   EXPECT_EQ(facts->width, 64);  // as stored: the orientation is reported, not applied
@@ -98,11 +99,15 @@ TEST_F(RawDecoderTest, FactsComeFromTheHeader) {
             facts->cameraNames.end());
   EXPECT_DOUBLE_EQ(facts->focal, 35);
   EXPECT_NEAR(facts->fNumber, 2.8, 1e-6);
+  EXPECT_NEAR(facts->focusDistance, 3.5, 1e-6);
   ASSERT_TRUE(facts->baselineExposure);
   EXPECT_NEAR(*facts->baselineExposure, 0.5, 1e-6);
 
   dng.baselineExposure.reset();
-  EXPECT_FALSE(RawDecoder::facts(write(dng, "plain.dng"))->baselineExposure);
+  dng.subjectDistance.reset();
+  const auto plain = RawDecoder::facts(write(dng, "plain.dng"));
+  EXPECT_FALSE(plain->baselineExposure);
+  EXPECT_EQ(plain->focusDistance, 0);
 }
 
 TEST_F(RawDecoderTest, WhiteBalanceAsShotMakesAGreyPatchGrey) {

@@ -135,6 +135,7 @@ void writeDng(const std::filesystem::path& file, const SampleDng& dng) {
   TIFFSetField(tif, EXIFTAG_DATETIMEORIGINAL, dng.dateTimeOriginal.c_str());
   TIFFSetField(tif, EXIFTAG_FOCALLENGTH, double(dng.focal.numerator) / dng.focal.denominator);
   if (!dng.lens.empty()) TIFFSetField(tif, EXIFTAG_LENSMODEL, dng.lens.c_str());
+  if (dng.subjectDistance) TIFFSetField(tif, EXIFTAG_SUBJECTDISTANCE, *dng.subjectDistance);
   uint64_t exifOffset = 0;
   TIFFWriteCustomDirectory(tif, &exifOffset);
   TIFFFreeDirectory(tif);

@@ -67,6 +67,8 @@ struct SampleDng {
   std::vector<float> colorMatrix = {0.9f, -0.3f, -0.1f, -0.4f, 1.2f, 0.2f, -0.1f, 0.2f, 0.6f};
   std::vector<float> asShotNeutral = {0.5f, 1.0f, 0.7f};
   std::optional<double> baselineExposure;
+  /// EXIF SubjectDistance in metres; not written when unset.
+  std::optional<double> subjectDistance;
   /// The size the raw image's tags state, when it should differ from the
   /// samples written (a damaged file).
   std::optional<std::pair<std::uint32_t, std::uint32_t>> statedSize;

@@ -24,29 +24,10 @@ const std::filesystem::path sharedCr2 =
 // The camera's neutral as the sample DNGs state it (red, green, blue).
 constexpr double neutral[3] = {0.5, 1.0, 0.7};
 
-// RGGB samples: `level(x, y, colour)` is the linear light of a site, 0 … 1
-// of the range above black.
-std::vector<std::uint16_t> mosaic(const SampleDng& dng, const std::function<double(int, int, int)>& level) {
-  std::vector<std::uint16_t> samples(std::size_t(dng.width) * dng.height);
-  for (int y = 0; y < dng.height; ++y) {
-    for (int x = 0; x < dng.width; ++x) {
-      const int colour = (y & 1) == 0 ? ((x & 1) == 0 ? 0 : 1) : ((x & 1) == 0 ? 1 : 2);
-      const double v = dng.blackLevel + level(x, y, colour) * (dng.whiteLevel - dng.blackLevel);
-      samples[std::size_t(y) * dng.width + x] = std::uint16_t(std::lround(std::clamp(v, 0.0, 65535.0)));
-    }
-  }
-  return samples;
-}
-
-// A grey of `level` in the scene, as the camera's sites record it.
-std::function<double(int, int, int)> grey(double level) {
-  return [level](int, int, int colour) { return level * neutral[colour]; };
-}
-
 SampleDng flatGrey(double level) {
   SampleDng dng;
   dng.blackLevel = 256;
-  dng.samples = mosaic(dng, grey(level));
+  dng.samples = test::sceneGrey(dng, level);
   return dng;
 }
 
@@ -160,7 +141,7 @@ TEST_F(RawDecoderTest, InterpolationFollowsASmoothRampExactly) {
   dng.blackLevel = 256;
   dng.whiteLevel = 65535;
   auto ramp = [](int x, int y) { return 0.05 + 0.01 * x + 0.004 * y; };
-  dng.samples = mosaic(dng, [&](int x, int y, int colour) { return ramp(x, y) * neutral[colour]; });
+  dng.samples = test::cfaSamples(dng, [&](int x, int y, int colour) { return ramp(x, y) * neutral[colour]; });
   const FloatPixels p = RawDecoder::develop(write(dng), {}).readPixels();
   for (int y = 3; y < p.height - 3; ++y) {
     for (int x = 3; x < p.width - 3; ++x) {
@@ -174,7 +155,7 @@ TEST_F(RawDecoderTest, ClippedGreenTurnsWhiteNotMagenta) {
   // Green at its clipping point, red and blue below theirs: left alone the
   // white-balanced pixel would be (1.6, 1.0, 1.14), a clear magenta.
   SampleDng dng;
-  dng.samples = mosaic(dng, [](int, int, int colour) { return colour == 1 ? 1.0 : 0.8; });
+  dng.samples = test::cfaSamples(dng, [](int, int, int colour) { return colour == 1 ? 1.0 : 0.8; });
   const Stats s = stats(RawDecoder::develop(write(dng), {}));
   EXPECT_GT(s.mean[1], 0.99);
   EXPECT_LT(s.spread / s.mean[1], 0.02);
@@ -220,7 +201,7 @@ TEST_F(RawDecoderTest, DamagedFilesAreRefusedNeverCrash) {
   SampleDng whole = flatGrey(0.3);
   whole.width = 256;
   whole.height = 192;
-  whole.samples = mosaic(whole, grey(0.3));
+  whole.samples = test::sceneGrey(whole, 0.3);
   const std::string bytes = test::readFile(write(whole, "whole.dng"));
   SampleDng absurd = flatGrey(0.3);
   absurd.statedSize = std::pair(60000u, 60000u);

@@ -1,5 +1,7 @@
 #include "tests/support/sample_photos.h"
 
+#include <algorithm>
+#include <cmath>
 #include <mutex>
 #include <stdexcept>
 
@@ -118,6 +120,22 @@ void writePhoto(const std::filesystem::path& file, int width, int height, const 
     written->setIptcData(iptc);
   }
   written->writeMetadata();
+}
+
+std::vector<std::uint16_t> cfaSamples(const SampleDng& dng, const std::function<double(int, int, int)>& level) {
+  std::vector<std::uint16_t> samples(std::size_t(dng.width) * dng.height);
+  for (int y = 0; y < dng.height; ++y) {
+    for (int x = 0; x < dng.width; ++x) {
+      const int colour = (y & 1) == 0 ? ((x & 1) == 0 ? 0 : 1) : ((x & 1) == 0 ? 1 : 2);
+      const double v = dng.blackLevel + level(x, y, colour) * (dng.whiteLevel - dng.blackLevel);
+      samples[std::size_t(y) * dng.width + x] = std::uint16_t(std::lround(std::clamp(v, 0.0, 65535.0)));
+    }
+  }
+  return samples;
+}
+
+std::vector<std::uint16_t> sceneGrey(const SampleDng& dng, double level) {
+  return cfaSamples(dng, [&](int, int, int colour) { return level * dng.asShotNeutral.at(colour); });
 }
 
 void writeDng(const std::filesystem::path& file, const SampleDng& dng) {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -73,6 +74,13 @@ struct SampleDng {
   /// samples written (a damaged file).
   std::optional<std::pair<std::uint32_t, std::uint32_t>> statedSize;
 };
+
+/// RGGB samples for `dng`'s size, levels and neutral: `level(x, y, colour)`
+/// is the light a site receives, 0 … 1 of the range above black, colour 0
+/// red, 1 green, 2 blue. `sceneGrey` gives a grey of that level in the scene
+/// as the camera's sites record it (each colour times the neutral).
+std::vector<std::uint16_t> cfaSamples(const SampleDng& dng, const std::function<double(int x, int y, int colour)>& level);
+std::vector<std::uint16_t> sceneGrey(const SampleDng& dng, double level);
 
 /// Writes a DNG with a 16-bit RGGB CFA raw image (or a linear one).
 void writeDng(const std::filesystem::path& file, const SampleDng& dng = {});

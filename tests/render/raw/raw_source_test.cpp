@@ -44,16 +44,10 @@ INSTANTIATE_TEST_SUITE_P(Cases, RawSourcePlan,
                                                6000, 4000, 9000, {1, false, 6000, 4000}},  // never enlarged
                                            PlanCase{3504, 2336, 1800, {1800.0 / 3504, false, 1800, 1200}}));
 
-// A flat grey scene of `level` as the sample DNGs' camera records it.
+// A flat grey scene of `level`.
 test::SampleDng greyDng(double level) {
   test::SampleDng dng;
-  const double neutral[3] = {0.5, 1.0, 0.7};
-  for (int y = 0; y < dng.height; ++y) {
-    for (int x = 0; x < dng.width; ++x) {
-      const int colour = (y & 1) == 0 ? ((x & 1) == 0 ? 0 : 1) : ((x & 1) == 0 ? 1 : 2);
-      dng.samples.push_back(std::uint16_t(std::lround(level * neutral[colour] * 4095)));
-    }
-  }
+  dng.samples = test::sceneGrey(dng, level);
   return dng;
 }
 

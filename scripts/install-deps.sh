@@ -24,7 +24,7 @@ PACKAGES=(
   libopencv-core-dev libopencv-imgproc-dev libopencv-dnn-dev
   python3-onnx ccache xvfb xauth
   libgtest-dev libgmock-dev libbenchmark-dev
-  libimage-exiftool-perl
+  libimage-exiftool-perl hyperfine
   xdg-user-dirs
 )
 

@@ -5,204 +5,85 @@
 #include <string>
 #include <utility>
 
-#include <exiv2/exiv2.hpp>
 #include <vips/vips.h>
 
+#include "engine/media/exif_metadata.h"
+#include "engine/media/image_header.h"
 #include "engine/media/media_libraries.h"
-#include "engine/media/photo_formats.h"
+#include "engine/media/photo_file.h"
 #include "engine/util/text.h"
 #include "engine/util/utf8.h"
 
 namespace lumivale {
 namespace {
 
-// ---- decoder header (libvips) ----
+// ---- the HEIF decoder's copy of the EXIF block ----
 
-struct DecoderHeader {
-  int width = 0;
-  int height = 0;
-  int orientation = 1;
-  int depth = 0;
-  std::string profileName;
-  std::string exifBlock;  // the EXIF block as the decoder found it
+// vips reads through this source, so the decoder too gets the file's bytes
+// only from its PhotoFile, on its budget. Errors cannot cross the decoder's
+// C frames: a spent budget reads as a failed read (-1).
+struct DecoderSource {
+  PhotoFile& file;
+  std::int64_t position = 0;
 };
 
-int bitsOf(VipsBandFormat format) {
-  switch (format) {
-    case VIPS_FORMAT_UCHAR:
-    case VIPS_FORMAT_CHAR: return 8;
-    case VIPS_FORMAT_USHORT:
-    case VIPS_FORMAT_SHORT: return 16;
-    case VIPS_FORMAT_UINT:
-    case VIPS_FORMAT_INT:
-    case VIPS_FORMAT_FLOAT:
-    case VIPS_FORMAT_COMPLEX: return 32;
-    case VIPS_FORMAT_DOUBLE:
-    case VIPS_FORMAT_DPCOMPLEX: return 64;
-    default: return 0;
+gint64 readForDecoder(VipsSourceCustom*, void* buffer, gint64 length, void* user) {
+  auto* source = static_cast<DecoderSource*>(user);
+  try {
+    const std::size_t got =
+        source->file.read(source->position, buffer, std::size_t(std::max<gint64>(length, 0)));
+    source->position += std::int64_t(got);
+    return gint64(got);
+  } catch (const std::exception&) {
+    return -1;
   }
 }
 
-// Builds the loader operation directly instead of going through
-// vips_image_new_from_file: that path keeps recent loads in vips' operation
-// cache, which would hold files open during a large import and hand back a
-// stale header for a file that changed since.
-// The loader for a file's content: first the one its extension promises,
-// then the other formats of ours, each recognised by the file's first bytes.
-// vips_foreign_find_load is never used: it asks every loader vips has, and
-// some of them (ImageMagick's) start up a whole library to answer, read
-// text and document files as images, and are not safe on many threads.
-const char* loaderFor(const std::filesystem::path& file) {
-  static constexpr std::pair<const char*, const char*> loaders[] = {
-      {"jpg", "jpegload"}, {"jpeg", "jpegload"}, {"png", "pngload"},
-      {"tif", "tiffload"}, {"tiff", "tiffload"}, {"heic", "heifload"}, {"heif", "heifload"}};
-  const std::string ext = PhotoFormats::extension(file);
-  for (const auto& [extension, loader] : loaders) {
-    if (ext == extension && vips_foreign_is_a(loader, file.c_str())) return loader;
+gint64 seekForDecoder(VipsSourceCustom*, gint64 offset, int whence, void* user) {
+  auto* source = static_cast<DecoderSource*>(user);
+  try {
+    source->file.charge();
+  } catch (const std::exception&) {
+    return -1;
   }
-  for (const char* loader : {"jpegload", "pngload", "tiffload", "heifload"}) {
-    if (vips_foreign_is_a(loader, file.c_str())) return loader;
-  }
-  vips_error_clear();
-  return nullptr;
+  const std::int64_t base = whence == SEEK_SET   ? 0
+                            : whence == SEEK_CUR ? source->position
+                                                 : source->file.size();
+  if (base + offset < 0) return -1;
+  return source->position = base + offset;
 }
 
-std::optional<DecoderHeader> readDecoderHeader(const std::filesystem::path& file) {
-  const char* loader = loaderFor(file);
-  if (!loader) {
-    vips_error_clear();
-    return std::nullopt;
-  }
-  VipsOperation* operation = vips_operation_new(loader);
-  if (!operation) {
-    vips_error_clear();
-    return std::nullopt;
-  }
-  VipsImage* image = nullptr;
-  if (vips_object_set(VIPS_OBJECT(operation), "filename", file.c_str(), "access", VIPS_ACCESS_SEQUENTIAL,
-                      nullptr) == 0 &&
-      vips_object_build(VIPS_OBJECT(operation)) == 0) {
-    g_object_get(operation, "out", &image, nullptr);
-  }
-  vips_object_unref_outputs(VIPS_OBJECT(operation));
-  g_object_unref(operation);
-  if (!image) {
-    vips_error_clear();
-    return std::nullopt;
-  }
-
-  DecoderHeader header;
-  header.width = vips_image_get_width(image);
-  header.height = vips_image_get_height(image);
-  header.orientation = vips_image_get_orientation(image);
-  if (header.orientation < 1 || header.orientation > 8) header.orientation = 1;
-  // The depth the file was coded with, not the one it decodes to: a 10-bit
-  // HEIF decodes into 16-bit samples.
-  int bits = 0;
-  auto storedBits = [&](const char* field) {
-    return vips_image_get_typeof(image, field) && vips_image_get_int(image, field, &bits) == 0 && bits > 0;
-  };
-  if (storedBits("heif-bitdepth") || storedBits("bits-per-sample")) {
-    header.depth = bits;
-  } else {
-    header.depth = bitsOf(vips_image_get_format(image));
-  }
-  const void* icc = nullptr;
-  std::size_t iccLength = 0;
-  if (vips_image_get_typeof(image, VIPS_META_ICC_NAME) &&
-      vips_image_get_blob(image, VIPS_META_ICC_NAME, &icc, &iccLength) == 0) {
-    header.profileName = iccProfileDescription(static_cast<const unsigned char*>(icc), iccLength);
-  }
-  const void* exif = nullptr;
-  std::size_t exifLength = 0;
-  if (vips_image_get_typeof(image, VIPS_META_EXIF_NAME) &&
-      vips_image_get_blob(image, VIPS_META_EXIF_NAME, &exif, &exifLength) == 0) {
-    header.exifBlock.assign(static_cast<const char*>(exif), exifLength);
-  }
-  g_object_unref(image);
-  vips_error_clear();
-  return header;
-}
-
-// ---- embedded metadata (exiv2) ----
-
-const Exiv2::Exifdatum* find(const Exiv2::ExifData& exif, const char* key) {
-  auto it = exif.findKey(Exiv2::ExifKey(key));
-  if (it == exif.end() || it->count() == 0) return nullptr;
-  return &*it;
-}
-
-std::optional<std::string> textOf(const Exiv2::ExifData& exif, const char* key) {
-  const Exiv2::Exifdatum* d = find(exif, key);
-  if (!d) return std::nullopt;
-  Exiv2::TypeId type = d->typeId();
-  if (type != Exiv2::asciiString && type != Exiv2::string) return std::nullopt;
-  return trimmed(d->toString());
-}
-
-// Component n of a numeric value as a double; absent for texts, undefined
-// bytes and rationals with a zero denominator.
-std::optional<double> numberOf(const Exiv2::Exifdatum& d, long n) {
-  if (n >= d.count()) return std::nullopt;
-  const Exiv2::Value& v = d.value();
-  switch (v.typeId()) {
-    case Exiv2::unsignedRational: {
-      auto r = static_cast<const Exiv2::URationalValue&>(v).value_.at(n);
-      if (r.second == 0) return std::nullopt;
-      return double(r.first) / double(r.second);
+// exiv2 misses the EXIF item of some HEIF layouts (item locations given
+// relative to a base offset) that the HEIF decoder finds. Opening the
+// decoder costs more than the rest of the header, so it is asked only then.
+std::string heifDecoderExif(PhotoFile& file) {
+  DecoderSource state{file};
+  VipsSourceCustom* source = vips_source_custom_new();
+  g_signal_connect(source, "read", G_CALLBACK(readForDecoder), &state);
+  g_signal_connect(source, "seek", G_CALLBACK(seekForDecoder), &state);
+  std::string block;
+  // The loader is built directly: vips_image_new_from_source would keep the
+  // load in vips' operation cache.
+  if (VipsOperation* operation = vips_operation_new("heifload_source")) {
+    VipsImage* image = nullptr;
+    if (vips_object_set(VIPS_OBJECT(operation), "source", source, "access", VIPS_ACCESS_SEQUENTIAL,
+                        nullptr) == 0 &&
+        vips_object_build(VIPS_OBJECT(operation)) == 0) {
+      g_object_get(operation, "out", &image, nullptr);
     }
-    case Exiv2::signedRational: {
-      auto r = static_cast<const Exiv2::RationalValue&>(v).value_.at(n);
-      if (r.second == 0) return std::nullopt;
-      return double(r.first) / double(r.second);
+    vips_object_unref_outputs(VIPS_OBJECT(operation));
+    g_object_unref(operation);
+    const void* exif = nullptr;
+    std::size_t length = 0;
+    if (image && vips_image_get_typeof(image, VIPS_META_EXIF_NAME) &&
+        vips_image_get_blob(image, VIPS_META_EXIF_NAME, &exif, &length) == 0) {
+      block.assign(static_cast<const char*>(exif), length);
     }
-    case Exiv2::unsignedByte:
-    case Exiv2::unsignedShort:
-    case Exiv2::unsignedLong:
-    case Exiv2::signedByte:
-    case Exiv2::signedShort:
-    case Exiv2::signedLong:
-      return double(v.toLong(n));
-    case Exiv2::tiffFloat:
-    case Exiv2::tiffDouble:
-      return double(v.toFloat(n));
-    default:
-      return std::nullopt;
+    if (image) g_object_unref(image);
   }
-}
-
-std::optional<double> numberOf(const Exiv2::ExifData& exif, const char* key) {
-  const Exiv2::Exifdatum* d = find(exif, key);
-  return d ? numberOf(*d, 0) : std::nullopt;
-}
-
-std::optional<long> integerOf(const Exiv2::ExifData& exif, const char* key) {
-  const Exiv2::Exifdatum* d = find(exif, key);
-  if (!d) return std::nullopt;
-  Exiv2::TypeId type = d->typeId();
-  if (type == Exiv2::unsignedRational || type == Exiv2::signedRational || type == Exiv2::tiffFloat ||
-      type == Exiv2::tiffDouble) {
-    return std::nullopt;
-  }
-  auto n = numberOf(*d, 0);
-  if (!n) return std::nullopt;
-  return static_cast<long>(*n);
-}
-
-// Degrees, minutes and seconds (each a rational; cameras often give fewer
-// parts with the fraction in the last) as decimal degrees.
-std::optional<double> degreesOf(const Exiv2::ExifData& exif, const char* key) {
-  const Exiv2::Exifdatum* d = find(exif, key);
-  if (!d) return std::nullopt;
-  double degrees = 0;
-  double unit = 1;
-  for (long i = 0; i < std::min<long>(d->count(), 3); ++i) {
-    auto part = numberOf(*d, i);
-    if (!part) return std::nullopt;
-    degrees += *part / unit;
-    unit *= 60;
-  }
-  return degrees < 0 ? -degrees : degrees;
+  g_object_unref(source);
+  vips_error_clear();
+  return block;
 }
 
 // The TIFF structure inside an EXIF block, which decoders hand out with
@@ -212,48 +93,6 @@ std::optional<std::size_t> tiffHeaderIn(const std::string& block) {
     if (block.compare(at, 4, "II*\0", 4) == 0 || block.compare(at, 4, "MM\0*", 4) == 0) return at;
   }
   return std::nullopt;
-}
-
-void readEmbedded(const std::filesystem::path& file, const std::string& decoderExif, ImageProperties& p) {
-  auto image = Exiv2::ImageFactory::open(file.string());
-  if (image.get() == nullptr) return;
-  image->readMetadata();
-
-  // exiv2 misses the EXIF item of some HEIF layouts (item locations given
-  // relative to a base offset) that the HEIF decoder finds; use its copy then.
-  Exiv2::ExifData decoded;
-  if (image->exifData().empty() && !decoderExif.empty()) {
-    if (auto at = tiffHeaderIn(decoderExif)) {
-      Exiv2::ExifParser::decode(decoded, reinterpret_cast<const Exiv2::byte*>(decoderExif.data()) + *at,
-                                static_cast<std::uint32_t>(decoderExif.size() - *at));
-    }
-  }
-  const Exiv2::ExifData& exif = decoded.empty() ? image->exifData() : decoded;
-  p.make = textOf(exif, "Exif.Image.Make");
-  p.model = textOf(exif, "Exif.Image.Model");
-  p.dateTime = textOf(exif, "Exif.Image.DateTime");
-  p.copyright = textOf(exif, "Exif.Image.Copyright");
-  p.artist = textOf(exif, "Exif.Image.Artist");
-  p.software = textOf(exif, "Exif.Image.Software");
-  p.lensModel = textOf(exif, "Exif.Photo.LensModel");
-  p.dateTimeOriginal = textOf(exif, "Exif.Photo.DateTimeOriginal");
-  p.exposureTime = numberOf(exif, "Exif.Photo.ExposureTime");
-  p.fNumber = numberOf(exif, "Exif.Photo.FNumber");
-  p.focalLength = numberOf(exif, "Exif.Photo.FocalLength");
-  p.focalLength35 = numberOf(exif, "Exif.Photo.FocalLengthIn35mmFilm");
-  p.exposureBias = numberOf(exif, "Exif.Photo.ExposureBiasValue");
-  p.iso = integerOf(exif, "Exif.Photo.ISOSpeedRatings");
-  p.flash = integerOf(exif, "Exif.Photo.Flash");
-  p.whiteBalance = integerOf(exif, "Exif.Photo.WhiteBalance");
-  p.meteringMode = integerOf(exif, "Exif.Photo.MeteringMode");
-  p.latitude = degreesOf(exif, "Exif.GPSInfo.GPSLatitude");
-  p.longitude = degreesOf(exif, "Exif.GPSInfo.GPSLongitude");
-  p.latitudeRef = textOf(exif, "Exif.GPSInfo.GPSLatitudeRef");
-  p.longitudeRef = textOf(exif, "Exif.GPSInfo.GPSLongitudeRef");
-
-  for (const Exiv2::Iptcdatum& d : image->iptcData()) {
-    if (d.key() == "Iptc.Application2.Keywords") p.keywords.push_back(utf8FromLegacyText(d.toString()));
-  }
 }
 
 // ---- text helpers ----
@@ -318,23 +157,39 @@ std::string iccProfileDescription(const unsigned char* data, std::size_t size) {
   return {};
 }
 
-std::optional<ImageProperties> readImageProperties(const std::filesystem::path& file) {
+std::optional<ImageProperties> readImageProperties(const std::filesystem::path& path) {
   initMediaLibraries();
-  auto header = readDecoderHeader(file);
-  if (!header) return std::nullopt;
-  ImageProperties p;
-  p.pixelWidth = header->width;
-  p.pixelHeight = header->height;
-  p.orientation = header->orientation;
-  if (header->depth > 0) p.depth = header->depth;
-  p.profileName = header->profileName;
   try {
-    readEmbedded(file, header->exifBlock, p);
+    PhotoFile file(path);
+    const auto header = readImageHeader(file);
+    if (!header) return std::nullopt;
+    ImageProperties p;
+    p.pixelWidth = header->width;
+    p.pixelHeight = header->height;
+    if (header->depth > 0) p.depth = header->depth;
+    std::string profile = header->iccProfile;
+    if (header->format == ImageFormat::jpeg) {
+      // The header walk already holds the metadata segments.
+      ExifMetadata::readImageBlocks(header->exif, header->photoshop, p);
+    } else {
+      const auto facts = ExifMetadata::readImageFile(file, p);
+      if (profile.empty()) profile = facts.iccProfile;
+      if (header->format == ImageFormat::heif && !facts.hasExif) {
+        const std::string block = heifDecoderExif(file);
+        if (auto at = tiffHeaderIn(block))
+          ExifMetadata::readImageBlocks(std::string_view(block).substr(*at), {}, p);
+      }
+    }
+    // A HEIF image is turned by its own transforms, which decoders apply;
+    // its EXIF orientation tag is not looked at.
+    if (header->format == ImageFormat::heif) p.orientation = header->orientation;
+    p.profileName =
+        iccProfileDescription(reinterpret_cast<const unsigned char*>(profile.data()), profile.size());
+    return p;
   } catch (const std::exception&) {
-    // The decoder read the file; damaged or foreign metadata only means the
-    // facts it would have given are unknown.
+    // Not a regular file, unreadable, or a header that spent the read budget.
+    return std::nullopt;
   }
-  return p;
 }
 
 }  // namespace lumivale

@@ -1,11 +1,12 @@
 #pragma once
-// The header properties of a non-RAW photo file (JPEG, HEIC, TIFF, PNG): the
-// decoder's header (pixel size as stored, orientation, colour profile, bit
-// depth) and the EXIF, TIFF, GPS and IPTC facts embedded in the file.
+// The header properties of a non-RAW photo file (JPEG, HEIC, TIFF, PNG): what
+// its container states about the pixels (size as stored, orientation, colour
+// profile, bit depth) and the EXIF, TIFF, GPS and IPTC facts embedded in it.
 //
 // Every embedded fact is optional: absent means the file does not carry it,
 // or carries it in a form we cannot take as that kind of value (a text where a
-// number belongs). Pixels are never decoded.
+// number belongs). Pixels are never decoded, and no decoder is opened but
+// the HEIF one, for a HEIF file whose EXIF item exiv2 cannot locate.
 
 #include <filesystem>
 #include <optional>
@@ -15,11 +16,13 @@
 namespace lumivale {
 
 struct ImageProperties {
-  // From the decoder's header.
+  // From the container's header.
   int pixelWidth = 0;  ///< as stored, before orientation
   int pixelHeight = 0;
-  int orientation = 1;  ///< EXIF orientation 1 to 8
-  std::optional<int> depth;  ///< bits per sample
+  /// EXIF orientation 1 to 8: the EXIF tag, or for HEIF the image's own
+  /// rotation and mirroring (which decoders apply).
+  int orientation = 1;
+  std::optional<int> depth;  ///< bits per sample as coded in the file
   std::string profileName;  ///< description of the embedded ICC profile, or empty
 
   // TIFF (IFD0) facts.
@@ -38,8 +41,9 @@ struct ImageProperties {
   bool operator==(const ImageProperties&) const = default;
 };
 
-/// Reads the header of an image file. Nothing when no decoder recognises the
-/// file (missing, unreadable, not an image). Never throws; thread-safe.
+/// Reads the header of an image file. Nothing when the file is missing, not
+/// a regular file, none of JPEG, PNG, TIFF or HEIF by its content (whatever
+/// its name), or its header is damaged. Never throws; thread-safe.
 std::optional<ImageProperties> readImageProperties(const std::filesystem::path& file);
 
 /// The description ('desc' tag) of an ICC profile, from either a version 2

@@ -11,7 +11,6 @@
 
 #include <fcntl.h>
 #include <png.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,6 +20,7 @@
 #include <memory>
 #include <system_error>
 
+#include "engine/media/photo_file.h"
 #include "engine/media/safe_file.h"
 
 namespace lumivale {
@@ -214,11 +214,16 @@ bool writePixels(png_structp png, png_infop info, const GreyImage* bitmap, Write
 namespace PngFile {
 
 GreyImage readCoverage(const fs::path& file, const Limits& limits) {
-  struct stat status;
-  if (::stat(file.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
-    throw MediaError("cannot read " + quotedPath(file) + ": not a regular file");
-  FileHandle handle(std::fopen(file.c_str(), "rb"));
-  if (!handle) throw MediaError("cannot open " + quotedPath(file) + ": " + systemMessage(errno));
+  // Opened as a PhotoFile, so that a FIFO in the file's place is refused
+  // rather than waited on; libpng reads from a duplicate of its descriptor.
+  const PhotoFile source(file);
+  const int fd = ::dup(source.descriptor());
+  FileHandle handle(fd >= 0 ? ::fdopen(fd, "rb") : nullptr);
+  if (!handle) {
+    const int error = errno;
+    if (fd >= 0) ::close(fd);
+    throw MediaError("cannot open " + quotedPath(file) + ": " + systemMessage(error));
+  }
   unsigned char signature[signatureSize];
   const std::size_t got = std::fread(signature, 1, signatureSize, handle.get());
   if (got < signatureSize && std::ferror(handle.get()))

@@ -1,15 +1,20 @@
 #include "engine/media/raw_preview.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
+#include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <memory>
 #include <tuple>
 
-#include <exiv2/exiv2.hpp>
 #include <libraw/libraw.h>
 
+#include "engine/media/ciff_directory.h"
+#include "engine/media/exif_metadata.h"
 #include "engine/media/media_libraries.h"
+#include "engine/media/photo_file.h"
 #include "engine/util/text.h"
 
 namespace lumivale {
@@ -60,49 +65,178 @@ std::string localExifDate(std::time_t stamp) {
   return text;
 }
 
-std::string exifText(const Exiv2::ExifData& exif, const char* key) {
-  auto it = exif.findKey(Exiv2::ExifKey(key));
-  if (it == exif.end() || it->count() == 0) return {};
-  return trimmed(it->toString());
+// LibRaw reads the file through this stream: only the PhotoFile's bytes, on
+// its budget, through a small window so that LibRaw's many two- and
+// four-byte reads cost no system call each. LibRaw knows its own exception
+// codes only, so a spent budget leaves as LIBRAW_EXCEPTION_IO_CORRUPT and
+// `exhausted` tells the caller why.
+class BudgetStream : public LibRaw_abstract_datastream {
+ public:
+  explicit BudgetStream(PhotoFile& file) : file_(file), name_(file.path().string()) {}
+
+  bool exhausted() const { return exhausted_; }
+
+  int valid() override { return 1; }
+  int read(void* into, size_t size, size_t count) override {
+    if (size == 0 || count == 0) return 0;
+    if (count > std::size_t(file_.size()) / size + 1) count = std::size_t(file_.size()) / size + 1;
+    const std::size_t want = size * count;
+    std::size_t got = 0;
+    charged([&] {
+      if (want > window) {
+        got = file_.read(position_, into, want);
+      } else {
+        file_.charge(std::int64_t(want));
+        if (position_ < windowStart_ ||
+            position_ + std::int64_t(want) > windowStart_ + std::int64_t(window_.size())) {
+          windowStart_ = position_;
+          window_ = file_.bytes(position_, window);
+        }
+        const std::int64_t inWindow = windowStart_ + std::int64_t(window_.size()) - position_;
+        got = std::size_t(std::clamp<std::int64_t>(inWindow, 0, std::int64_t(want)));
+        std::memcpy(into, window_.data() + (position_ - windowStart_), got);
+      }
+    });
+    position_ += std::int64_t(got);
+    return int(got / size);
+  }
+  int seek(INT64 offset, int whence) override {
+    charged([&] { file_.charge(); });
+    const std::int64_t base = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? position_ : file_.size();
+    if (base + offset < 0) return -1;
+    position_ = std::min<std::int64_t>(base + offset, file_.size());
+    return 0;
+  }
+  INT64 tell() override {
+    charged([&] { file_.charge(); });
+    return position_;
+  }
+  INT64 size() override { return file_.size(); }
+  int get_char() override {
+    unsigned char c;
+    return read(&c, 1, 1) == 1 ? c : -1;
+  }
+  char* gets(char* into, int size) override {
+    if (size <= 0) return nullptr;
+    int n = 0;
+    while (n < size - 1) {
+      const int c = get_char();
+      if (c < 0) break;
+      into[n++] = char(c);
+      if (c == '\n') break;
+    }
+    into[n] = 0;
+    return n > 0 ? into : nullptr;
+  }
+  // One number after optional white space, as fscanf reads it.
+  int scanf_one(const char* format, void* value) override {
+    int c = get_char();
+    while (c == ' ' || c == '\t' || c == '\n' || c == '\r') c = get_char();
+    std::string token;
+    while (c >= 0 && token.size() < 64 && (std::isdigit(c) || std::strchr("+-.eE", c))) {
+      token += char(c);
+      c = get_char();
+    }
+    if (c >= 0) position_ -= 1;  // the character after the number stays unread
+    if (token.empty()) return c < 0 ? EOF : 0;
+    return std::sscanf(token.c_str(), format, value);
+  }
+  int eof() override {
+    charged([&] { file_.charge(); });
+    return position_ >= file_.size();
+  }
+  void* make_jas_stream() override { return nullptr; }
+  const char* fname() override { return name_.c_str(); }
+
+ private:
+  static constexpr std::size_t window = 16 * 1024;
+
+  template <class Work>
+  void charged(Work work) {
+    if (exhausted_) throw LIBRAW_EXCEPTION_IO_CORRUPT;
+    try {
+      work();
+    } catch (const ReadBudgetExceeded&) {
+      exhausted_ = true;
+      throw LIBRAW_EXCEPTION_IO_CORRUPT;
+    }
+  }
+
+  PhotoFile& file_;
+  std::string name_;
+  std::int64_t position_ = 0;
+  std::int64_t windowStart_ = 0;
+  std::string window_;
+  bool exhausted_ = false;
+};
+
+// What LibRaw makes of the file: the shooting facts, the visible area as
+// stored (before orientation) and its main thumbnail. Its maker and model
+// are its own short forms ("EOS M50" for "Canon EOS M50"), used only when the
+// file's own directory cannot be read. Nothing when LibRaw refuses the file.
+std::optional<RawInfo> libRawFacts(PhotoFile& file) {
+  BudgetStream stream(file);
+  // About half a megabyte: keep it off the stack of worker threads.
+  auto raw = std::make_unique<RawReader>();
+  if (raw->open_datastream(&stream) != LIBRAW_SUCCESS || stream.exhausted()) {
+    if (stream.exhausted()) throw ReadBudgetExceeded(file.path());
+    return std::nullopt;
+  }
+  const libraw_data_t& d = raw->imgdata;
+  RawInfo info;
+  info.make = fieldText(d.idata.make);
+  info.model = fieldText(d.idata.model);
+  info.lens = fieldText(d.lens.Lens);
+  if (info.lens.empty()) info.lens = fieldText(d.lens.makernotes.Lens);
+  info.iso = d.other.iso_speed > 0 ? static_cast<int>(d.other.iso_speed + 0.5f) : 0;
+  info.exposure = cleanDouble(d.other.shutter);
+  info.fNumber = cleanDouble(d.other.aperture);
+  info.focal = cleanDouble(d.other.focal_len);
+  info.dateOriginal = localExifDate(d.other.timestamp);
+  info.width = d.sizes.width;
+  info.height = d.sizes.height;
+  info.orientation = RawPreview::orientationFromFlip(d.sizes.flip);
+
+  const libraw_thumbnail_t& thumb = d.thumbnail;
+  if (thumb.tlength > 0 && raw->thumbOK()) {
+    EmbeddedPreview preview;
+    preview.source = EmbeddedPreview::Source::libraw;
+    preview.format = raw->thumbnailFormat();
+    if (preview.format == EmbeddedPreview::Format::jpeg) preview.mimeType = "image/jpeg";
+    preview.width = thumb.twidth;
+    preview.height = thumb.theight;
+    preview.length = thumb.tlength;
+    preview.offset = raw->thumbnailOffset();
+    info.previews.push_back(preview);
+  }
+  return info;
 }
 
-// The maker, model and original date as the file spells them (LibRaw
-// shortens both names, "NIKON CORPORATION" to "Nikon"), the lens when LibRaw
-// found none, and the further previews. Failures leave `info` as LibRaw filled it.
-void addExiv2Facts(const std::filesystem::path& file, RawInfo& info) {
-  try {
-    auto image = Exiv2::ImageFactory::open(file.string());
-    if (image.get() == nullptr) return;
-    image->readMetadata();
-    const Exiv2::ExifData& exif = image->exifData();
-    if (std::string make = exifText(exif, "Exif.Image.Make"); !make.empty()) info.make = make;
-    if (std::string model = exifText(exif, "Exif.Image.Model"); !model.empty()) info.model = model;
-    if (info.lens.empty()) info.lens = exifText(exif, "Exif.Photo.LensModel");
-    // The date text as stored: LibRaw keeps only a time stamp made through the
-    // local clock, whose text differs for an hour that summer time skips.
-    if (std::string date = exifText(exif, "Exif.Photo.DateTimeOriginal"); !date.empty()) {
-      info.dateOriginal = date;
-    }
-
-    Exiv2::PreviewManager manager(*image);
-    for (const Exiv2::PreviewProperties& p : manager.getPreviewProperties()) {
-      EmbeddedPreview preview;
-      preview.source = EmbeddedPreview::Source::exiv2;
-      preview.exiv2Id = static_cast<long>(p.id_);
-      preview.mimeType = p.mimeType_;
-      if (p.mimeType_ == "image/jpeg") {
-        preview.format = EmbeddedPreview::Format::jpeg;
-      } else if (p.mimeType_ == "image/tiff") {
-        preview.format = EmbeddedPreview::Format::tiff;
-      }
-      preview.width = static_cast<int>(p.width_);
-      preview.height = static_cast<int>(p.height_);
-      preview.length = p.size_;
-      info.previews.push_back(preview);
-    }
-  } catch (const std::exception&) {
-    // exiv2 does not know every RAW container; LibRaw's facts stand alone.
+// The file's own directory over LibRaw's reading: the maker, model and date
+// as the file spells them, the size the camera records, and whatever LibRaw
+// left unknown.
+void applyDirectory(const ExifMetadata::RawDirectory& directory, RawInfo& info) {
+  const auto prefer = [](std::string& field, const std::string& text) {
+    if (!text.empty()) field = text;
+  };
+  prefer(info.make, directory.make);
+  prefer(info.model, directory.model);
+  prefer(info.dateOriginal, directory.dateOriginal);
+  if (info.lens.empty()) info.lens = directory.lens;
+  if (info.iso == 0) info.iso = directory.iso;
+  if (info.exposure == 0) info.exposure = directory.exposure;
+  if (info.fNumber == 0) info.fNumber = directory.fNumber;
+  if (info.focal == 0) info.focal = directory.focal;
+  // The recorded size, unless it is a preview's: where exiv2 reads the EXIF
+  // of an embedded JPEG (RW2, some RAF), it may describe that JPEG, far
+  // smaller than the picture LibRaw finds.
+  const std::int64_t recorded = std::int64_t(directory.recordedWidth) * directory.recordedHeight;
+  const std::int64_t visible = std::int64_t(info.width) * info.height;
+  if (recorded > 0 && 2 * recorded >= visible) {
+    info.width = directory.recordedWidth;
+    info.height = directory.recordedHeight;
   }
+  info.previews.insert(info.previews.end(), directory.previews.begin(), directory.previews.end());
 }
 
 }  // namespace
@@ -145,51 +279,31 @@ void orderPreviews(std::vector<EmbeddedPreview>& previews) {
   previews = std::move(unique);
 }
 
-std::optional<RawInfo> info(const std::filesystem::path& file) {
+std::optional<RawInfo> info(const std::filesystem::path& path) {
   initMediaLibraries();
-  RawInfo info;
   try {
-    // About half a megabyte: keep it off the stack of worker threads.
-    auto raw = std::make_unique<RawReader>();
-    if (raw->open_file(file.c_str()) != LIBRAW_SUCCESS) return std::nullopt;
-    const libraw_data_t& d = raw->imgdata;
-    info.make = fieldText(d.idata.make);
-    info.model = fieldText(d.idata.model);
-    info.lens = fieldText(d.lens.Lens);
-    if (info.lens.empty()) info.lens = fieldText(d.lens.makernotes.Lens);
-    info.iso = d.other.iso_speed > 0 ? static_cast<int>(d.other.iso_speed + 0.5f) : 0;
-    info.exposure = cleanDouble(d.other.shutter);
-    info.fNumber = cleanDouble(d.other.aperture);
-    info.focal = cleanDouble(d.other.focal_len);
-    info.dateOriginal = localExifDate(d.other.timestamp);
-
-    // The displayed size: the visible sensor area (what the file's raw image
-    // directory states), turned by the orientation.
-    int width = d.sizes.width, height = d.sizes.height;
-    info.orientation = orientationFromFlip(d.sizes.flip);
-    if (info.orientation >= 5) std::swap(width, height);
-    info.width = width;
-    info.height = height;
-
-    const libraw_thumbnail_t& thumb = d.thumbnail;
-    if (thumb.tlength > 0 && raw->thumbOK()) {
-      EmbeddedPreview preview;
-      preview.source = EmbeddedPreview::Source::libraw;
-      preview.format = raw->thumbnailFormat();
-      if (preview.format == EmbeddedPreview::Format::jpeg) preview.mimeType = "image/jpeg";
-      preview.width = thumb.twidth;
-      preview.height = thumb.theight;
-      preview.length = thumb.tlength;
-      preview.offset = raw->thumbnailOffset();
-      info.previews.push_back(preview);
+    PhotoFile file(path);
+    std::optional<RawInfo> info = libRawFacts(file);
+    const auto directory = ExifMetadata::readRawDirectory(file);
+    // A container LibRaw refuses (cut after its directories, its raw data
+    // stripped) is still described by its own directory, if that names the
+    // camera and the picture size.
+    if (!info) {
+      if (!directory || directory->model.empty() || directory->recordedWidth < 1) return std::nullopt;
+      info.emplace();
+      info->orientation = directory->orientation >= 1 ? directory->orientation : 1;
     }
+    if (directory) applyDirectory(*directory, *info);
+    // exiv2 and LibRaw turn a CIFF time stamp into this computer's local
+    // time; the camera meant its own clock.
+    if (auto taken = ciffCaptureTime(file)) info->dateOriginal = *taken;
+    if (info->orientation >= 5) std::swap(info->width, info->height);
+    orderPreviews(info->previews);
+    return info;
   } catch (const std::exception&) {
-    // LibRaw reports through codes, but its allocations may still throw.
+    // Not a regular file, or a header that spent the read budget.
     return std::nullopt;
   }
-  addExiv2Facts(file, info);
-  orderPreviews(info.previews);
-  return info;
 }
 
 }  // namespace RawPreview

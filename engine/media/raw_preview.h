@@ -4,10 +4,14 @@
 // list of preview images the camera stored inside it.
 //
 // LibRaw identifies the file and gives the shooting facts and its main
-// thumbnail; exiv2 gives the maker and model as written in the file and lists
-// the further previews LibRaw does not expose. Nothing is unpacked, so this is
-// cheap enough to run for every file of an import. Safe to call from several
-// threads at once; every call opens its own readers.
+// thumbnail; exiv2 reads the file's own directory: the maker, model and date
+// as written in the file, the picture size the camera records, and the
+// further previews LibRaw does not expose. A container LibRaw refuses is
+// described by that directory alone. Both read through a PhotoFile (regular
+// files only, a bounded read budget), so a damaged file fails in a moment.
+// Nothing is unpacked, so this is cheap enough to run for every file of an
+// import. Safe to call from several threads at once; every call opens its
+// own readers.
 
 #include <cstdint>
 #include <filesystem>
@@ -42,15 +46,21 @@ struct EmbeddedPreview {
 
 /// What a RAW file's own directory says.
 struct RawInfo {
-  std::string make;  ///< as written in the file ("NIKON CORPORATION")
-  std::string model;  ///< as written in the file ("NIKON Z 6")
+  /// As written in the file ("NIKON CORPORATION"); LibRaw's name for the
+  /// maker only when the file's directory cannot be read.
+  std::string make;
+  std::string model;  ///< as written in the file ("NIKON Z 6"), likewise
   std::string lens;
   int iso = 0;
   double exposure = 0;  ///< seconds
   double fNumber = 0;
   double focal = 0;  ///< millimetres
-  std::string dateOriginal;  ///< "yyyy:MM:dd HH:mm:ss" in local time, empty when unknown
-  int width = 0;  ///< pixels as displayed, after `orientation`
+  /// "yyyy:MM:dd HH:mm:ss" as the camera's clock showed it, empty when unknown.
+  std::string dateOriginal;
+  /// Pixels as displayed, after `orientation`: the size the camera records
+  /// (a DNG's default crop, the EXIF pixel dimensions), else LibRaw's
+  /// visible area.
+  int width = 0;
   int height = 0;
   int orientation = 1;  ///< EXIF orientation 1 to 8
   /// Largest first (by pixel count), one entry per picture.
@@ -66,8 +76,9 @@ struct RawInfo {
 
 namespace RawPreview {
 
-/// Reads the container directory of a RAW file. Nothing when LibRaw does not
-/// recognise the file (missing, unreadable, not a RAW container). Never throws.
+/// Reads the container directory of a RAW file. Nothing when neither LibRaw
+/// nor exiv2 recognises the file as a camera's (missing, not a regular file,
+/// not a RAW container, a header that does not end). Never throws.
 std::optional<RawInfo> info(const std::filesystem::path& file);
 
 /// LibRaw's `flip` (0, 3, 5, 6 and the mirrored 1, 2, 4, 7) as an EXIF

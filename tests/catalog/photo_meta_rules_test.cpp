@@ -7,10 +7,11 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "engine/media/image_properties.h"
 #include "engine/catalog/photo_meta.h"
+#include "engine/media/image_properties.h"
 #include "engine/media/raw_preview.h"
 #include "tests/catalog/meta_helpers.h"
+#include "tests/support/sample_photos.h"
 
 using namespace lumivale;
 using Rows = std::vector<DetailRow>;
@@ -139,32 +140,28 @@ TEST(ImageDetailsTest, ListsEveryRowInOrderWithItsFormat) {
 }
 
 TEST(ImageDetailsTest, FormatsTheBoundaryValues) {
-  ImageProperties p;
-  p.exposureTime = 2.5, p.flash = 25, p.whiteBalance = 0, p.exposureBias = 0, p.focalLength35 = 28.5;
-  Rows rows = detailRowsFrom(p);
-  EXPECT_EQ(test::valueOf(rows, "Shutter speed"), "2.5 s");
-  EXPECT_EQ(test::valueOf(rows, "Flash"), "Fired");
-  EXPECT_EQ(test::valueOf(rows, "White balance"), "Auto");
-  EXPECT_EQ(test::valueOf(rows, "Exposure compensation"), "+0.0 EV");
-  EXPECT_EQ(test::valueOf(rows, "35 mm equivalent"), "28.5 mm");
-  p.exposureTime = 0, p.exposureBias = 1.25;  // an exposure of zero is not shown
-  rows = detailRowsFrom(p);
-  EXPECT_FALSE(test::valueOf(rows, "Shutter speed"));
-  EXPECT_EQ(test::valueOf(rows, "Exposure compensation"), "+1.2 EV");
-  for (auto [seconds, text] : {std::pair(1.0, "1.0 s"), {1.0 / 3, "1/3 s"}}) {
-    p.exposureTime = seconds;
-    EXPECT_EQ(test::valueOf(detailRowsFrom(p), "Shutter speed"), text);
-  }
-
-  // GPS only with both coordinates; missing references read as north and east.
-  p = {.latitude = 50.1092416666667};
-  EXPECT_FALSE(test::valueOf(detailRowsFrom(p), "GPS"));
-  p.longitude = 8.652955;
-  EXPECT_EQ(test::valueOf(detailRowsFrom(p), "GPS"), "50.10924\u00b0 N, 8.65296\u00b0 E");
-  p.latitudeRef = "S", p.longitudeRef = "";
-  EXPECT_EQ(test::valueOf(detailRowsFrom(p), "GPS"), "50.10924\u00b0 S, 8.65296\u00b0 E");
-  p.latitude.reset();
-  EXPECT_FALSE(test::valueOf(detailRowsFrom(p), "GPS"));
+  const double lat = 50.1092416666667, lon = 8.652955;
+  const std::tuple<ImageProperties, const char*, std::optional<std::string>> cases[] = {
+      {{.exposureTime = 2.5}, "Shutter speed", "2.5 s"},
+      {{.exposureTime = 1}, "Shutter speed", "1.0 s"},
+      {{.exposureTime = 1.0 / 3}, "Shutter speed", "1/3 s"},
+      {{.exposureTime = 0}, "Shutter speed", std::nullopt},  // an exposure of zero is not shown
+      {{.flash = 25}, "Flash", "Fired"},
+      {{.whiteBalance = 0}, "White balance", "Auto"},
+      {{.exposureBias = 0}, "Exposure compensation", "+0.0 EV"},
+      {{.exposureBias = 1.25}, "Exposure compensation", "+1.2 EV"},
+      {{.focalLength35 = 28.5}, "35 mm equivalent", "28.5 mm"},
+      // GPS only with both coordinates; missing references read as north and east.
+      {{.latitude = lat}, "GPS", std::nullopt},
+      {{.longitude = lon, .longitudeRef = "W"}, "GPS", std::nullopt},
+      {{.latitude = lat, .longitude = lon}, "GPS", "50.10924\u00b0 N, 8.65296\u00b0 E"},
+      {{.latitude = lat, .longitude = lon, .latitudeRef = "S", .longitudeRef = ""},
+       "GPS",
+       "50.10924\u00b0 S, 8.65296\u00b0 E"},
+  };
+  for (const auto& [properties, label, value] : cases)
+    EXPECT_EQ(test::valueOf(detailRowsFrom(properties), label), value)
+        << label << " " << test::joined(detailRowsFrom(properties));
 }
 
 TEST(RawDetailsTest, ListsTheContainerFactsAndMakesTheMetaByTheSameRules) {
@@ -193,25 +190,4 @@ TEST(RawDetailsTest, ListsTheContainerFactsAndMakesTheMetaByTheSameRules) {
   EXPECT_EQ(labels(detailRowsFrom(info, "Nef")),
             (Labels{"Camera make", "Camera model", "Sensor size", "File type"}));
   EXPECT_EQ(detailRowsFrom(info, "Nef").back().value, "RAW (NEF)");
-}
-
-TEST(RawPreviewOrderTest, PutsTheLargestFirstDropsRepeatsAndMapsFlips) {
-  using P = EmbeddedPreview;
-  std::vector<P> previews = {{P::Source::exiv2, P::Format::tiff, 16, "image/tiff", 160, 120, 57600, -1},
-                             // the same picture as LibRaw's
-                             {P::Source::exiv2, P::Format::tiff, 17, "image/tiff", 1616, 1080, 5000, -1},
-                             {P::Source::libraw, P::Format::jpeg, -1, "image/jpeg", 1616, 1080, 4852, 143},
-                             {P::Source::exiv2, P::Format::jpeg, 18, "image/jpeg", 640, 480, 30000, -1}};
-  RawPreview::orderPreviews(previews);
-  ASSERT_EQ(previews.size(), 3u);
-  EXPECT_EQ(previews[0].source, P::Source::libraw);
-  EXPECT_EQ(previews[0].offset, 143);
-  EXPECT_EQ(previews[1].exiv2Id, 18);
-  EXPECT_EQ(previews[2].exiv2Id, 16);
-
-  const int orientations[8] = {1, 2, 4, 3, 5, 8, 6, 7};
-  for (int flip = 0; flip < 8; ++flip)
-    EXPECT_EQ(RawPreview::orientationFromFlip(flip), orientations[flip]) << flip;
-  EXPECT_EQ(RawPreview::orientationFromFlip(-1), 1);
-  EXPECT_EQ(RawPreview::orientationFromFlip(99), 1);
 }

@@ -1,88 +1,18 @@
-// PhotoMeta and RawPreview on whole files: synthetic DNGs that LibRaw reads,
-// images written with vips and exiv2, real photos, and damaged files.
+// PhotoMeta on whole files: synthetic DNG and CRW files, images written with
+// vips and exiv2, real photos, and files it must not read.
 
 #include "engine/catalog/photo_meta.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <memory>
 
-#include "engine/media/raw_preview.h"
 #include "tests/catalog/meta_helpers.h"
 #include "tests/support/sample_photos.h"
 #include "tests/support/temp_dir.h"
 
 using namespace lumivale;
-
-TEST(RawPreviewTest, ReadsTheFactsTurnsTheSizeAndListsTheEmbeddedPreview) {
-  test::TempDir dir;
-  test::SampleDng dng{.width = 96, .height = 64, .make = "NIKON CORPORATION", .model = "NIKON Z 6"};
-  dng.lens = "NIKKOR Z 24-70mm f/4 S", dng.exposure = {1, 250}, dng.fNumber = {4, 1}, dng.iso = 1600;
-  dng.focal = {48, 1}, dng.dateTimeOriginal = "2022:12:24 18:30:05";
-  test::writeDng(dir / "a.dng", dng);
-  // The maker and model as the file spells them, not LibRaw's short forms.
-  RawInfo expected{
-      .make = "NIKON CORPORATION", .model = "NIKON Z 6", .lens = "NIKKOR Z 24-70mm f/4 S", .iso = 1600};
-  expected.exposure = 0.004, expected.fNumber = 4, expected.focal = 48,
-  expected.dateOriginal = "2022:12:24 18:30:05";
-  expected.width = 96, expected.height = 64;
-  EXPECT_EQ(RawPreview::info(dir / "a.dng"), expected);
-
-  test::writeDng(dir / "b.dng",
-                 {.width = 96, .height = 64, .orientation = 6, .previewWidth = 320, .previewHeight = 240});
-  const auto info = RawPreview::info(dir / "b.dng");
-  ASSERT_TRUE(info);
-  EXPECT_EQ(std::tuple(info->orientation, info->width, info->height), std::tuple(6, 64, 96));
-  ASSERT_EQ(info->previews.size(), 1u);  // both readers found it; listed once
-  const EmbeddedPreview* preview = info->largestPreview();
-  ASSERT_NE(preview, nullptr);
-  EXPECT_EQ(std::tuple(preview->format, preview->width, preview->height),
-            std::tuple(EmbeddedPreview::Format::jpeg, 320, 240));
-  // The offset and length locate a whole JPEG stream inside the file.
-  const std::string bytes = test::readFile(dir / "b.dng");
-  ASSERT_GT(preview->offset, 0);
-  ASSERT_LE(preview->offset + preview->length, static_cast<std::int64_t>(bytes.size()));
-  EXPECT_EQ(bytes.substr(preview->offset, 2), "\xff\xd8");
-  EXPECT_EQ(bytes.substr(preview->offset + preview->length - 2, 2), "\xff\xd9");
-
-  // The date text as the file stores it, even an hour that the local clock
-  // skipped when summer time began.
-  test::TimeZone berlin("CET-1CEST,M3.5.0,M10.5.0/3");
-  test::writeDng(dir / "c.dng", {.dateTimeOriginal = "2023:03:26 02:30:00"});
-  EXPECT_EQ(RawPreview::info(dir / "c.dng").value_or(RawInfo{}).dateOriginal, "2023:03:26 02:30:00");
-}
-
-TEST(RawPreviewTest, ReadsATiffBasedRawWithoutDngTags) {
-  // exiftool reports this file as PENTAX / PENTAX K-1, 96x64, Rotate 90 CW.
-  test::TempDir dir;
-  test::SampleDng pef{
-      .width = 96, .height = 64, .make = "PENTAX", .model = "PENTAX K-1", .exposure = {1, 320}};
-  pef.fNumber = {71, 10}, pef.orientation = 6, pef.dngTags = false;
-  test::writeDng(dir / "IMGP0001.PEF", pef);
-  const auto info = RawPreview::info(dir / "IMGP0001.PEF");
-  ASSERT_TRUE(info);
-  EXPECT_EQ(std::tuple(info->make, info->model, info->width, info->height),
-            std::tuple("PENTAX", "PENTAX K-1", 64, 96));
-  EXPECT_DOUBLE_EQ(info->exposure, 1.0 / 320);
-  EXPECT_DOUBLE_EQ(info->fNumber, 7.1);
-  EXPECT_EQ(PhotoMeta::read(dir / "IMGP0001.PEF").value_or(PhotoMeta{}).camera, "PENTAX K-1");
-}
-
-TEST(RawPreviewTest, GivesNothingForFilesThatAreNoRawContainers) {
-  test::TempDir dir;
-  test::writeFile(dir / "empty.nef", "");
-  test::writeFile(dir / "text.cr2", "not a raw file at all\n");
-  test::writeFile(dir / "jpeg.cr2", test::jpegBytes(32, 32));
-  test::writeDng(dir / "whole.dng");
-  std::string whole = test::readFile(dir / "whole.dng");
-  test::writeFile(dir / "cut.dng", whole.substr(0, 16));
-  for (const char* name : {"empty.nef", "text.cr2", "cut.dng", "missing.arw"}) {
-    EXPECT_FALSE(RawPreview::info(dir / name)) << name;
-  }
-  // LibRaw may recognise a JPEG, but it names no camera model then.
-  auto jpeg = RawPreview::info(dir / "jpeg.cr2");
-  EXPECT_TRUE(!jpeg || jpeg->model.empty());
-}
 
 TEST(PhotoMetaTest, ReadsADngFromItsContainerAndARawNamedJpegAsAnImage) {
   test::TempDir dir;
@@ -110,6 +40,19 @@ TEST(PhotoMetaTest, ReadsADngFromItsContainerAndARawNamedJpegAsAnImage) {
   EXPECT_FALSE(test::valueOf(PhotoMeta::details(dir / "fake.cr2"), "File type"));
 }
 
+// A CRW file stores the camera's clock reading as seconds since 1970: read
+// in this computer's zone it would move by the zone's offset.
+TEST(PhotoMetaTest, ReadsACrwCaptureTimeAsTheCameraClockShowedIt) {
+  test::TimeZone tokyo("Asia/Tokyo");
+  test::TempDir dir;
+  test::writeCrw(dir / "CRW_0001.CRW", {.captureClock = 1083827289});  // 2004:05:06 07:08:09
+  const auto meta = PhotoMeta::read(dir / "CRW_0001.CRW");
+  ASSERT_TRUE(meta);
+  EXPECT_EQ(std::tuple(meta->camera, meta->width, meta->height, meta->capture),
+            std::tuple("Canon EOS D30", 96, 64, exifDate("2004:05:06 07:08:09")));
+  EXPECT_EQ(test::valueOf(PhotoMeta::details(dir / "CRW_0001.CRW"), "Taken"), "2004:05:06 07:08:09");
+}
+
 TEST(PhotoMetaTest, ShowsTurnedPhotosTheWayTheyLookUpright) {
   test::TempDir dir;
   test::writePhoto(dir / "turned.jpg", 120, 80, {.orientation = 6, .keywords = {"  Egret ", "", "Marsh"}});
@@ -124,6 +67,25 @@ TEST(PhotoMetaTest, ShowsTurnedPhotosTheWayTheyLookUpright) {
     const auto real = PhotoMeta::read(test::realPhoto(name));
     ASSERT_TRUE(real) << name;
     EXPECT_EQ(std::pair(real->width, real->height), std::pair(width, height)) << name;
+  }
+}
+
+// The info panel shows the pixel size as stored for a HEIC as for a JPEG;
+// the catalogue keeps the size shown upright.
+TEST(PhotoMetaTest, ShowsAHeicsStoredPixelSizeAndCataloguesItUpright) {
+  const auto heic = test::sharedPhoto("heic/IMG_3578.heic");
+  if (!heic) GTEST_SKIP() << "the shared test photos are not there";
+  test::TempDir dir;
+  std::string bytes = test::readFile(*heic);
+  const std::size_t rotation = bytes.find("irot");
+  ASSERT_NE(rotation, std::string::npos);
+  bytes[rotation + 4] = 1;  // a quarter turn anticlockwise, as a portrait shot
+  test::writeFile(dir / "portrait.heic", bytes);
+  for (auto [name, width, height] : {std::tuple(*heic, 4032, 3024), {dir / "portrait.heic", 3024, 4032}}) {
+    const auto meta = PhotoMeta::read(name);
+    ASSERT_TRUE(meta) << name;
+    EXPECT_EQ(std::pair(meta->width, meta->height), std::pair(width, height)) << name;
+    EXPECT_EQ(test::valueOf(PhotoMeta::details(name), "Pixel size"), "4032 \u00d7 3024") << name;
   }
 }
 
@@ -177,13 +139,22 @@ TEST(PhotoMetaTest, DetailsOfARealPhotoFollowTheTable) {
             "GPS: 50.10924\u00b0 N, 8.65296\u00b0 E");
 }
 
+// Unreadable files give nothing, at once: a FIFO in a photo's place is not
+// waited on.
 TEST(PhotoMetaTest, GivesNothingForUnreadableFiles) {
   test::TempDir dir;
   test::writeFile(dir / "empty.jpg", "");
   test::writeFile(dir / "text.jpg", "hello");
   test::writeFile(dir / "text.dng", "hello");
-  for (const char* name : {"empty.jpg", "text.jpg", "text.dng", "gone.jpg", "gone.nef"}) {
-    EXPECT_FALSE(PhotoMeta::read(dir / name)) << name;
-    EXPECT_TRUE(PhotoMeta::details(dir / name).empty()) << name;
-  }
+  test::makeFifo(dir / "fifo.jpg");
+  test::makeFifo(dir / "fifo.nef");
+  const auto root = dir.path();
+  auto readable = std::make_shared<std::vector<std::string>>();
+  ASSERT_TRUE(test::finishesWithin(10, [root, readable] {
+    for (const char* name :
+         {"empty.jpg", "text.jpg", "text.dng", "gone.jpg", "gone.nef", "fifo.jpg", "fifo.nef"}) {
+      if (PhotoMeta::read(root / name) || !PhotoMeta::details(root / name).empty()) readable->push_back(name);
+    }
+  }));
+  EXPECT_TRUE(readable->empty()) << readable->front();
 }

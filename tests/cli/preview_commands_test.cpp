@@ -11,10 +11,14 @@ using namespace lumivale;
 
 namespace {
 
-const std::string sharedCr2 = LUMIVALE_TEST_DATA "/../../../shared/testdata/photos/raw/IMG_5952.CR2";
-
 class PreviewCommandTest : public test::CliLibraryTest {
  protected:
+  void SetUp() override {
+    const auto cr2 = test::sharedPhoto("raw/IMG_5952.CR2");
+    if (!cr2) GTEST_SKIP() << "the shared test photos are not there";
+    sharedCr2 = cr2->string();
+  }
+  std::string sharedCr2;
   std::pair<int, int> sizeOf(const std::filesystem::path& file) {
     const auto properties = readImageProperties(file);
     EXPECT_TRUE(properties) << file;

@@ -15,9 +15,6 @@ using namespace lumivale;
 
 namespace {
 
-const std::filesystem::path sharedCr2 =
-    LUMIVALE_TEST_DATA "/../../../shared/testdata/photos/raw/IMG_5952.CR2";
-
 struct SizeCase {
   int orientation;
   int maxSide;
@@ -67,11 +64,13 @@ TEST(EmbeddedPreview, TurnsThePictureByTheRawsOrientation) {
 }
 
 TEST(EmbeddedPreview, TheCamerasPreviewOfItsRawFile) {
-  const Image small = EmbeddedPreviews::largest(sharedCr2, 420);
+  const auto cr2 = test::sharedPhoto("raw/IMG_5952.CR2");
+  if (!cr2) GTEST_SKIP() << "the shared test photos are not there";
+  const Image small = EmbeddedPreviews::largest(*cr2, 420);
   EXPECT_EQ(small.width(), 420);
   EXPECT_EQ(small.height(), 280);
   // Any larger side, up to the largest number, gives the preview as stored.
-  const Image whole = EmbeddedPreviews::largest(sharedCr2, std::numeric_limits<int>::max());
+  const Image whole = EmbeddedPreviews::largest(*cr2, std::numeric_limits<int>::max());
   EXPECT_EQ(whole.width(), 1728);
   EXPECT_EQ(whole.height(), 1152);
   // The sky at the top is light and blue, the forest at the bottom dark.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
 #include <mutex>
 #include <stdexcept>
 
@@ -67,7 +68,94 @@ Exiv2::ExifData exifOf(const SampleTags& t) {
   return exif;
 }
 
+// Byte writers for the containers built by hand below.
+void putLittle(std::string& out, std::uint64_t value, int bytes) {
+  for (int i = 0; i < bytes; ++i) out += static_cast<char>(value >> (8 * i));
+}
+void putBig(std::string& out, std::uint64_t value, int bytes) {
+  for (int i = bytes - 1; i >= 0; --i) out += static_cast<char>(value >> (8 * i));
+}
+
+// A CIFF heap: the records' data, then their directory, then its offset.
+std::string ciffHeap(const std::vector<std::pair<std::uint16_t, std::string>>& records) {
+  std::string data, directory;
+  putLittle(directory, records.size(), 2);
+  for (const auto& [tag, bytes] : records) {
+    putLittle(directory, tag, 2);
+    putLittle(directory, bytes.size(), 4);
+    putLittle(directory, data.size(), 4);
+    data += bytes;
+  }
+  std::string heap = data + directory;
+  putLittle(heap, data.size(), 4);
+  return heap;
+}
+
+// An ISO base media box, and one with a version and flags.
+std::string box(const char* type, const std::string& body) {
+  std::string out;
+  putBig(out, 8 + body.size(), 4);
+  return out + type + body;
+}
+std::string fullBox(const char* type, const std::string& body) {
+  return box(type, std::string(4, '\0') + body);
+}
+
+// A little-endian TIFF structure with one directory of (tag, type, count,
+// value bytes) entries in ascending tag order; values longer than four
+// bytes follow the directory.
+struct TiffEntry {
+  std::uint16_t tag, type;
+  std::uint32_t count;
+  std::string value;
+};
+std::string tiffBytes(const std::vector<TiffEntry>& entries) {
+  std::string out = "II*";
+  out += '\0';
+  putLittle(out, 8, 4);
+  std::string values;
+  const std::size_t valuesAt = 8 + 2 + 12 * entries.size() + 4;
+  putLittle(out, entries.size(), 2);
+  for (const TiffEntry& e : entries) {
+    putLittle(out, e.tag, 2);
+    putLittle(out, e.type, 2);
+    putLittle(out, e.count, 4);
+    if (e.value.size() <= 4) {
+      out += e.value + std::string(4 - e.value.size(), '\0');
+    } else {
+      putLittle(out, valuesAt + values.size(), 4);
+      values += e.value;
+    }
+  }
+  putLittle(out, 0, 4);  // no next directory
+  return out + values;
+}
+TiffEntry asciiEntry(std::uint16_t tag, const std::string& text) {
+  return {tag, 2, std::uint32_t(text.size() + 1), text + '\0'};
+}
+TiffEntry numberEntry(std::uint16_t tag, std::uint16_t type, std::uint32_t value) {
+  std::string bytes;
+  putLittle(bytes, value, type == 3 ? 2 : 4);
+  return {tag, type, 1, bytes};
+}
+TiffEntry rationalEntry(std::uint16_t tag, const Rational& r) {
+  std::string bytes;
+  putLittle(bytes, std::uint32_t(r.numerator), 4);
+  putLittle(bytes, std::uint32_t(r.denominator), 4);
+  return {tag, 5, 1, bytes};
+}
+
 }  // namespace
+
+std::filesystem::path realPhoto(const std::string& name) {
+  return std::filesystem::path(LUMIVALE_TEST_DATA) / "photos" / name;
+}
+
+std::optional<std::filesystem::path> sharedPhoto(const std::string& relativePath) {
+  std::filesystem::path file = std::filesystem::path(LUMIVALE_SHARED_TEST_DATA) / "photos" / relativePath;
+  if (!std::filesystem::is_regular_file(file)) return std::nullopt;
+  return file;
+}
 
 std::string jpegBytes(int width, int height) {
   initLibraries();
@@ -85,6 +173,8 @@ void writePhoto(const std::filesystem::path& file, int width, int height, const 
   if (file.has_parent_path()) std::filesystem::create_directories(file.parent_path());
   std::string ext = lowerExtension(file);
   vips::VImage image = gradient(width, height, bitsPerSample > 8 ? 16 : 8);
+  const bool fewBits = bitsPerSample < 8;
+  if (fewBits) image = image[0];  // grey, the only layout kept at 1, 2 or 4 bits
   Exiv2::ExifData exif = exifOf(tags);
 
   if (ext == ".heic" || ext == ".heif") {
@@ -106,7 +196,9 @@ void writePhoto(const std::filesystem::path& file, int width, int height, const 
   }
   // Saved without vips' own metadata, so what the file carries is only what
   // exiv2 writes next.
-  image.write_to_file(file.c_str(), vips::VImage::option()->set("strip", true));
+  auto options = vips::VImage::option()->set("strip", true);
+  if (fewBits) options->set("bitdepth", bitsPerSample);
+  image.write_to_file(file.c_str(), options);
   if (exif.empty() && tags.keywords.empty()) return;
   auto written = Exiv2::ImageFactory::open(file.string());
   written->readMetadata();
@@ -154,15 +246,22 @@ void writeDng(const std::filesystem::path& file, const SampleDng& dng) {
   TIFFSetField(tif, EXIFTAG_FOCALLENGTH, double(dng.focal.numerator) / dng.focal.denominator);
   if (!dng.lens.empty()) TIFFSetField(tif, EXIFTAG_LENSMODEL, dng.lens.c_str());
   if (dng.subjectDistance) TIFFSetField(tif, EXIFTAG_SUBJECTDISTANCE, *dng.subjectDistance);
+  if (dng.exifWidth > 0) {
+    TIFFSetField(tif, EXIFTAG_PIXELXDIMENSION, uint32_t(dng.exifWidth));
+    TIFFSetField(tif, EXIFTAG_PIXELYDIMENSION, uint32_t(dng.exifHeight));
+  }
   uint64_t exifOffset = 0;
   TIFFWriteCustomDirectory(tif, &exifOffset);
   TIFFFreeDirectory(tif);
   TIFFCreateDirectory(tif);
 
   const bool withPreview = dng.previewWidth > 0 && dng.previewHeight > 0;
-  auto writeCameraTags = [&] {
+  auto writeMakeAndModel = [&] {
     TIFFSetField(tif, TIFFTAG_MAKE, dng.make.c_str());
     TIFFSetField(tif, TIFFTAG_MODEL, dng.model.c_str());
+  };
+  auto writeCameraTags = [&] {
+    if (!dng.cameraInRawDirectory) writeMakeAndModel();
     TIFFSetField(tif, TIFFTAG_ORIENTATION, static_cast<uint16_t>(dng.orientation));
     TIFFSetField(tif, TIFFTAG_EXIFIFD, exifOffset);
     if (!dng.dngTags) return;
@@ -191,6 +290,13 @@ void writeDng(const std::filesystem::path& file, const SampleDng& dng) {
     }
     uint32_t white = static_cast<uint32_t>(dng.whiteLevel);
     if (dng.dngTags) TIFFSetField(tif, TIFFTAG_WHITELEVEL, 1, &white);
+    if (dng.cameraInRawDirectory) writeMakeAndModel();
+    if (dng.cropWidth > 0) {
+      const float size[2] = {float(dng.cropWidth), float(dng.cropHeight)};
+      const float origin[2] = {float(dng.width - dng.cropWidth) / 2, float(dng.height - dng.cropHeight) / 2};
+      TIFFSetField(tif, TIFFTAG_DEFAULTCROPORIGIN, origin);
+      TIFFSetField(tif, TIFFTAG_DEFAULTCROPSIZE, size);
+    }
     float black = static_cast<float>(dng.blackLevel);
     if (dng.dngTags && dng.blackLevel != 0) TIFFSetField(tif, TIFFTAG_BLACKLEVEL, 1, &black);
     std::vector<uint16_t> pixels = dng.samples;
@@ -223,6 +329,78 @@ void writeDng(const std::filesystem::path& file, const SampleDng& dng) {
     TIFFWriteDirectory(tif);
   }
   TIFFClose(tif);
+}
+
+void writeCrw(const std::filesystem::path& file, const SampleCrw& crw) {
+  if (file.has_parent_path()) std::filesystem::create_directories(file.parent_path());
+  // CaptureTime: the clock, a zone code and zone information, unused here.
+  std::string capture;
+  putLittle(capture, crw.captureClock, 4);
+  putLittle(capture, 0, 8);
+  // ImageInfo: width, height, pixel aspect ratio (float 1.0), rotation,
+  // component and colour bit depths, colour or not.
+  std::string info;
+  for (std::uint32_t v : {std::uint32_t(crw.width), std::uint32_t(crw.height), 0x3F800000u, 0u, 8u, 24u, 1u})
+    putLittle(info, v, 4);
+  const std::string makeModel = crw.make + '\0' + crw.model + '\0';
+  const std::string raw(std::size_t(crw.width) * crw.height * 10 / 8, '\x40');
+  // Records by their CIFF tags: 0x300a image properties, 0x300b EXIF
+  // information, 0x2807 the camera object, 0x2005 the raw data.
+  const std::string root =
+      ciffHeap({{0x300a, ciffHeap({{0x180e, capture},
+                                   {0x1810, info},
+                                   {0x300b, ciffHeap({{0x2807, ciffHeap({{0x080a, makeModel}})}})}})},
+                {0x2005, raw}});
+  std::string bytes = "II";
+  putLittle(bytes, 26, 4);  // header length
+  bytes += "HEAPCCDR";
+  putLittle(bytes, 0x00010002, 4);
+  bytes += std::string(8, '\0');
+  bytes += root;
+  std::ofstream(file, std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
+}
+
+std::string cr3Bytes(const SampleDng& cr3) {
+  const std::string camera = tiffBytes(
+      {asciiEntry(0x010f, cr3.make), asciiEntry(0x0110, cr3.model), numberEntry(0x0112, 3, cr3.orientation)});
+  const std::string exif =
+      tiffBytes({rationalEntry(0x829a, cr3.exposure), rationalEntry(0x829d, cr3.fNumber),
+                 numberEntry(0x8827, 3, std::uint32_t(cr3.iso)), asciiEntry(0x9003, cr3.dateTimeOriginal),
+                 rationalEntry(0x920a, cr3.focal), numberEntry(0xa002, 4, cr3.exifWidth),
+                 numberEntry(0xa003, 4, cr3.exifHeight), asciiEntry(0xa434, cr3.lens)});
+  static const unsigned char canonBox[16] = {0x85, 0xc0, 0xb6, 0x87, 0x82, 0x0f, 0x11, 0xe0,
+                                             0x81, 0x11, 0xf4, 0xce, 0x46, 0x2b, 0x6a, 0x48};
+  const std::string canon = std::string(reinterpret_cast<const char*>(canonBox), 16) +
+                            box("CNCV", "CanonCR3_001/00.09.00/00.00.00") + box("CMT1", camera) +
+                            box("CMT2", exif);
+  std::string brands = "crx ";
+  putBig(brands, 1, 4);
+  brands += "crx isom";
+  return box("ftyp", brands) + box("moov", box("uuid", canon));
+}
+
+std::string heifHeaderBytes(const SampleHeif& heif) {
+  std::string extent, pixels(1, '\3'), properties, associations;
+  putBig(extent, heif.width, 4);
+  putBig(extent, heif.height, 4);
+  pixels += std::string(3, static_cast<char>(heif.depth));
+  properties = fullBox("ispe", extent) + fullBox("pixi", pixels);
+  for (const auto& [kind, value] : heif.transforms)
+    properties += box(kind == 'r' ? "irot" : "imir", std::string(1, static_cast<char>(value)));
+  // Item 1 has every property, in order; transforms are essential.
+  const std::size_t count = 2 + heif.transforms.size();
+  putBig(associations, 1, 4);
+  putBig(associations, 1, 2);
+  associations += static_cast<char>(count);
+  for (std::size_t i = 1; i <= count; ++i) associations += static_cast<char>(i > 2 ? 0x80 | i : i);
+  std::string handler(4, '\0');
+  handler += "pict" + std::string(13, '\0');
+  std::string primary;
+  putBig(primary, 1, 2);
+  const std::string meta =
+      fullBox("meta", fullBox("hdlr", handler) + fullBox("pitm", primary) +
+                          box("iprp", box("ipco", properties) + fullBox("ipma", associations)));
+  return box("ftyp", std::string("heic") + std::string(4, '\0') + "mif1heic") + meta;
 }
 
 }  // namespace lumivale::test

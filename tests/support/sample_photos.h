@@ -1,9 +1,13 @@
 #pragma once
 // Photo files made by the tests themselves: images written with libvips and
-// tagged with exiv2, and small DNG files (a CFA raw image with its camera
-// tags and an EXIF directory) written with libtiff, which LibRaw reads.
+// tagged with exiv2, small DNG files (a CFA raw image with its camera tags
+// and an EXIF directory) written with libtiff, which LibRaw reads, Canon CRW
+// files built record by record, HEIF headers built box by box; and the real
+// photos under tests/data and ../shared/testdata.
 
 #include <cstdint>
+#include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -12,6 +16,26 @@
 #include <vector>
 
 namespace lumivale::test {
+
+/// A photo of tests/data/photos.
+std::filesystem::path realPhoto(const std::string& name);
+/// A photo of the project's shared test data (../shared/testdata/photos),
+/// too large to keep in the repository; nothing when that folder is absent.
+std::optional<std::filesystem::path> sharedPhoto(const std::string& relativePath);
+
+/// Sets the process time zone for one test and restores it afterwards.
+class TimeZone {
+ public:
+  explicit TimeZone(const char* tz) {
+    if (const char* old = std::getenv("TZ")) saved = old;
+    set(tz);
+  }
+  ~TimeZone() { saved ? set(saved->c_str()) : void(unsetenv("TZ")), tzset(); }
+
+ private:
+  static void set(const char* tz) { setenv("TZ", tz, 1), tzset(); }
+  std::optional<std::string> saved;
+};
 
 struct Rational {
   std::int32_t numerator = 0;
@@ -30,8 +54,8 @@ struct SampleTags {
 
 /// Writes a `width` × `height` RGB picture (a gradient) in the format named
 /// by the file's extension (jpg/jpeg, tif/tiff, png, heic/heif) and embeds
-/// `tags`. `bitsPerSample` 16 writes a 16-bit TIFF or PNG, 10 or 12 a HEIC
-/// of that depth.
+/// `tags`. `bitsPerSample` 16 writes a 16-bit TIFF or PNG, 1, 2 or 4 a grey
+/// TIFF or PNG of that depth, 10 or 12 a HEIC of that depth.
 void writePhoto(const std::filesystem::path& file, int width, int height, const SampleTags& tags = {},
                 int bitsPerSample = 8);
 
@@ -73,6 +97,15 @@ struct SampleDng {
   /// The size the raw image's tags state, when it should differ from the
   /// samples written (a damaged file).
   std::optional<std::pair<std::uint32_t, std::uint32_t>> statedSize;
+  /// True writes the make and model in the raw image's directory only, not
+  /// in IFD0 (which then describes the preview).
+  bool cameraInRawDirectory = false;
+  /// The DefaultCropSize of the raw image; not written when 0.
+  int cropWidth = 0;
+  int cropHeight = 0;
+  /// The EXIF PixelXDimension and PixelYDimension; not written when 0.
+  int exifWidth = 0;
+  int exifHeight = 0;
 };
 
 /// RGGB samples for `dng`'s size, levels and neutral: `level(x, y, colour)`
@@ -84,5 +117,38 @@ std::vector<std::uint16_t> sceneGrey(const SampleDng& dng, double level);
 
 /// Writes a DNG with a 16-bit RGGB CFA raw image (or a linear one).
 void writeDng(const std::filesystem::path& file, const SampleDng& dng = {});
+
+/// A Canon CRW (CIFF) file's content.
+struct SampleCrw {
+  std::string make = "Canon";
+  std::string model = "Canon EOS D30";
+  /// The camera's clock at capture as CIFF stores it: seconds since 1970,
+  /// the clock's reading taken as UTC.
+  std::uint32_t captureClock = 1083827289;  // 2004:05:06 07:08:09
+  int width = 96;
+  int height = 64;
+};
+
+/// Writes a CRW file with the capture time, image size and make/model
+/// records where Canon's cameras put them, and 10-bit raw data.
+void writeCrw(const std::filesystem::path& file, const SampleCrw& crw = {});
+
+/// A Canon CR3 file with no image data at all, as a CR3 whose previews and
+/// raw tracks were removed: the file type box and, in the movie box, Canon's
+/// box holding the camera's IFD0 (CMT1) and EXIF directory (CMT2), with the
+/// camera facts of `camera` (its EXIF size, not its raw image's).
+std::string cr3Bytes(const SampleDng& camera);
+
+/// The header of a HEIF image without coded data: a file type box and a
+/// meta box whose primary item has these properties.
+struct SampleHeif {
+  int width = 64;
+  int height = 48;
+  int depth = 8;  ///< bits per channel, in a pixel information property
+  /// Transforms in the order they apply: ('r', quarter turns anticlockwise)
+  /// for a rotation, ('m', axis) for a mirroring.
+  std::vector<std::pair<char, int>> transforms;
+};
+std::string heifHeaderBytes(const SampleHeif& heif);
 
 }  // namespace lumivale::test

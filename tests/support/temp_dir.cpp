@@ -1,10 +1,15 @@
 #include "tests/support/temp_dir.h"
 
 #include <stdlib.h>
+#include <sys/stat.h>
 
+#include <chrono>
 #include <fstream>
+#include <future>
+#include <memory>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 namespace lumivale::test {
 
@@ -36,6 +41,20 @@ std::string readFile(const std::filesystem::path& file) {
   std::stringstream buffer;
   buffer << stream.rdbuf();
   return buffer.str();
+}
+
+void makeFifo(const std::filesystem::path& file) {
+  if (::mkfifo(file.c_str(), 0600) != 0) throw std::runtime_error("cannot make the FIFO " + file.string());
+}
+
+bool finishesWithin(double seconds, std::function<void()> work) {
+  auto done = std::make_shared<std::promise<void>>();
+  std::future<void> finished = done->get_future();
+  std::thread([work = std::move(work), done] {
+    work();
+    done->set_value();
+  }).detach();
+  return finished.wait_for(std::chrono::duration<double>(seconds)) == std::future_status::ready;
 }
 
 }  // namespace lumivale::test

@@ -3,6 +3,7 @@
 // contents when the object goes away.
 
 #include <filesystem>
+#include <functional>
 #include <string>
 
 namespace lumivale::test {
@@ -25,5 +26,12 @@ class TempDir {
 void writeFile(const std::filesystem::path& file, const std::string& bytes);
 /// The whole content of a file, or empty.
 std::string readFile(const std::filesystem::path& file);
+/// Makes a FIFO (a named pipe) at `file`, as a photo's path may become one.
+void makeFifo(const std::filesystem::path& file);
+
+/// Runs `work` on a thread of its own and tells whether it finished within
+/// `seconds`. Work that does not is left running, so that a test reports a
+/// hang instead of hanging: it must own everything it uses (capture by value).
+bool finishesWithin(double seconds, std::function<void()> work);
 
 }  // namespace lumivale::test

@@ -1,11 +1,11 @@
 #include "engine/media/embedded_preview.h"
 
-#include <libraw/libraw.h>
-
 #include <memory>
 #include <system_error>
 
+#include "engine/media/libraw_stream.h"
 #include "engine/media/orientation.h"
+#include "engine/media/photo_file.h"
 #include "engine/media/raw_preview.h"
 #include "engine/media/vips_glue.h"
 
@@ -69,17 +69,16 @@ Image largest(const std::filesystem::path& file, int maxSide) {
   if (maxSide < 1) return {};
   initImageLibraries();
   try {
-    // Regular files only: LibRaw would wait for ever on a FIFO.
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(file, error)) return {};
+    // Through the file's bounded budget, regular files only; the stream
+    // outlives the reader.
+    PhotoFile photo(file);
+    media_detail::BudgetStream stream(photo);
     auto reader = std::make_unique<ThumbnailReader>();
-    if (reader->open_file(file.c_str()) != LIBRAW_SUCCESS) return {};
+    if (reader->open_datastream(&stream) != LIBRAW_SUCCESS || stream.exhausted()) return {};
     const libraw_thumbnail_t& thumb = reader->imgdata.thumbnail;
     // A damaged header can state any length; LibRaw would allocate it.
-    const auto fileSize = std::int64_t(std::filesystem::file_size(file, error));
     const std::int64_t offset = reader->thumbnailOffset();
-    if (error || thumb.tlength == 0 || offset < 0 || offset + std::int64_t(thumb.tlength) > fileSize)
-      return {};
+    if (thumb.tlength == 0 || offset < 0 || offset + std::int64_t(thumb.tlength) > photo.size()) return {};
     if (thumb.tformat == LIBRAW_THUMBNAIL_BITMAP &&
         std::int64_t(thumb.twidth) * thumb.theight > maxPreviewPixels) {
       return {};

@@ -7,10 +7,12 @@
 #include <atomic>
 #include <cmath>
 #include <cstring>
-#include <exiv2/exiv2.hpp>
 #include <memory>
 
+#include "engine/media/exif_metadata.h"
+#include "engine/media/libraw_stream.h"
 #include "engine/media/media_libraries.h"
+#include "engine/media/photo_file.h"
 #include "engine/media/raw_preview.h"
 #include "engine/media/raw_rows.h"
 #include "engine/media/vips_glue.h"
@@ -38,15 +40,32 @@ class Processor : public LibRaw {
   bool fujiLayout() const { return libraw_internal_data.internal_output_params.fuji_width != 0; }
 };
 
-// About half a megabyte: kept off the stack of worker threads. Regular files
-// only: LibRaw would wait for ever on a FIFO standing where a photo was.
-std::unique_ptr<Processor> openFile(const std::filesystem::path& file) {
-  std::error_code error;
-  if (!std::filesystem::is_regular_file(file, error)) return nullptr;
-  auto processor = std::make_unique<Processor>();
-  if (processor->open_file(file.c_str()) != LIBRAW_SUCCESS) return nullptr;
-  return processor;
-}
+// LibRaw's reading of a file's header, through the file's bounded budget
+// (a damaged header that sends LibRaw round in circles ends in a moment),
+// regular files only. The processor is about half a megabyte: kept off the
+// stack of worker threads. Declared before the processor, the stream
+// outlives it.
+struct HeaderReader {
+  explicit HeaderReader(const std::filesystem::path& path) : file(path), stream(file) {}
+  bool open() { return processor->open_datastream(&stream) == LIBRAW_SUCCESS && !stream.exhausted(); }
+
+  PhotoFile file;
+  media_detail::BudgetStream stream;
+  std::unique_ptr<Processor> processor = std::make_unique<Processor>();
+};
+
+// The whole file in memory, for unpacking: LibRaw reads the sensor data a
+// byte at a time, which the bounded stream makes slow. Only after the
+// header was read within its budget: the same bytes take the same path.
+struct DataReader {
+  explicit DataReader(HeaderReader& header) : bytes(header.file.bytes(0, std::size_t(header.file.size()))) {}
+  bool open() {
+    return bytes.size() > 0 && processor->open_buffer(bytes.data(), bytes.size()) == LIBRAW_SUCCESS;
+  }
+
+  std::string bytes;
+  std::unique_ptr<Processor> processor = std::make_unique<Processor>();
+};
 
 // The 2 × 2 colour filter pattern from the frame's top-left site: LibRaw's
 // colour index (0 red, 1 green, 2 blue, 3 the second green) of each site.
@@ -117,37 +136,6 @@ void addName(std::vector<std::string>& names, const std::string& name) {
   std::string text = trimmed(name);
   if (usableLensName(text) && std::find(names.begin(), names.end(), text) == names.end())
     names.push_back(text);
-}
-
-// The file's own maker, model and lens texts through exiv2, which knows the
-// makers' lens tags by name, and the subject distance. Failures leave
-// `facts` as LibRaw filled it.
-void addExifNames(const std::filesystem::path& file, RawFacts& facts) {
-  try {
-    auto image = Exiv2::ImageFactory::open(file.string());
-    if (image.get() == nullptr) return;
-    image->readMetadata();
-    const Exiv2::ExifData& exif = image->exifData();
-    auto text = [&](const char* key) {
-      auto it = exif.findKey(Exiv2::ExifKey(key));
-      return it == exif.end() || it->count() == 0 ? std::string() : trimmed(it->toString());
-    };
-    std::pair<std::string, std::string> camera{text("Exif.Image.Make"), text("Exif.Image.Model")};
-    if (!camera.second.empty() &&
-        std::find(facts.cameraNames.begin(), facts.cameraNames.end(), camera) == facts.cameraNames.end()) {
-      facts.cameraNames.push_back(camera);
-    }
-    addName(facts.lensNames, text("Exif.Photo.LensModel"));
-    // The subject distance in metres; an all-ones value means infinity.
-    if (auto it = exif.findKey(Exiv2::ExifKey("Exif.Photo.SubjectDistance"));
-        it != exif.end() && it->count() > 0) {
-      const Exiv2::Rational r = it->toRational();
-      if (r.second != 0 && r.first > 0) facts.focusDistance = std::min(double(r.first) / r.second, 1000.0);
-    }
-    if (auto it = Exiv2::lensName(exif); it != exif.end()) addName(facts.lensNames, it->print(&exif));
-  } catch (const std::exception&) {
-    // exiv2 does not know every RAW container; LibRaw's names stand alone.
-  }
 }
 
 bool validMultipliers(const float* mul) {
@@ -443,19 +431,20 @@ std::optional<RawFacts> facts(const std::filesystem::path& file) {
   initMediaLibraries();
   RawFacts facts;
   try {
-    auto p = openFile(file);
-    if (!p) return std::nullopt;
-    libraw_data_t& d = p->imgdata;
+    HeaderReader reader(file);
+    if (!reader.open()) return std::nullopt;
+    Processor& p = *reader.processor;
+    libraw_data_t& d = p.imgdata;
     facts.orientation = RawPreview::orientationFromFlip(d.sizes.flip);
     const Frame frame = frameOf(d);
-    if (bayerPattern(*p, frame)) {
+    if (bayerPattern(p, frame)) {
       facts.width = frame.width;
       facts.height = frame.height;
     } else {
       // LibRaw's output size: Fuji's rotated layout and non-square pixels
       // change it.
       d.params.user_flip = 0;
-      if (p->adjust_sizes_info_only() != LIBRAW_SUCCESS) return std::nullopt;
+      if (p.adjust_sizes_info_only() != LIBRAW_SUCCESS) return std::nullopt;
       facts.width = d.sizes.width;
       facts.height = d.sizes.height;
     }
@@ -471,18 +460,34 @@ std::optional<RawFacts> facts(const std::filesystem::path& file) {
     if (d.idata.dng_version != 0 && std::isfinite(baseline) && baseline > -10 && baseline < 10) {
       facts.baselineExposure = baseline;
     }
+
+    // The file's own texts, which the lens database may know better than
+    // LibRaw's short forms, and the makers' lens codes by name.
+    if (auto directory = ExifMetadata::readRawDirectory(reader.file)) {
+      const std::pair<std::string, std::string> camera{directory->make, directory->model};
+      if (!camera.second.empty() &&
+          std::find(facts.cameraNames.begin(), facts.cameraNames.end(), camera) == facts.cameraNames.end()) {
+        facts.cameraNames.push_back(camera);
+      }
+      addName(facts.lensNames, directory->lens);
+      addName(facts.lensNames, directory->makerLens);
+      facts.focusDistance = directory->subjectDistance;
+    }
   } catch (const std::exception&) {
+    // Not a regular file, or a header that spent the read budget.
     return std::nullopt;
   }
-  addExifNames(file, facts);
   return facts;
 }
 
 Image develop(const std::filesystem::path& file, const RawDevelopOptions& options) {
   initImageLibraries();
   try {
-    auto p = openFile(file);
-    if (!p) throw ImageError("not a RAW file");
+    HeaderReader header(file);
+    if (!header.open()) throw ImageError("not a RAW file");
+    DataReader data(header);
+    if (!data.open()) throw ImageError("not a RAW file");
+    Processor* p = data.processor.get();
     const Frame frame = frameOf(p->imgdata);
     const std::optional<Pattern> pattern = bayerPattern(*p, frame);
     if (!pattern) return developWithLibRaw(*p, options, std::nullopt);
@@ -496,6 +501,11 @@ Image develop(const std::filesystem::path& file, const RawDevelopOptions& option
     return options.halfSize ? development.halfSize() : development.fullSize();
   } catch (const std::bad_alloc&) {
     throw ImageError("not enough memory for the developed photo");
+  } catch (const ImageError&) {
+    throw;
+  } catch (const MediaError& e) {
+    // Not a regular file, missing, or a header that spent the read budget.
+    throw ImageError(e.what());
   }
 }
 

@@ -489,10 +489,10 @@ Image develop(const std::filesystem::path& file, const RawDevelopOptions& option
     if (!data.open()) throw ImageError("not a RAW file");
     Processor* p = data.processor.get();
     const Frame frame = frameOf(p->imgdata);
+    if (tooLarge(frame.width, frame.height)) throw ImageError("the photo is too large");
     const std::optional<Pattern> pattern = bayerPattern(*p, frame);
     if (!pattern) return developWithLibRaw(*p, options, std::nullopt);
     if (options.libRawProcessing) return developWithLibRaw(*p, options, frame);
-    if (tooLarge(frame.width, frame.height)) throw ImageError("the photo is too large");
     if (p->unpack() != LIBRAW_SUCCESS || p->error_count() > 0) {
       throw ImageError("the sensor data is damaged or cut short");
     }

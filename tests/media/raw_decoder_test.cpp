@@ -148,6 +148,18 @@ TEST_F(RawDecoderTest, ClippedGreenTurnsWhiteNotMagenta) {
   EXPECT_LT(s.spread / s.mean[1], 0.02);
 }
 
+TEST_F(RawDecoderTest, ASensorThatClipsBelowTheStatedWhiteStillClipsToWhite) {
+  // The file says 4095, but the sensor stopped at 3500: a bright sky with
+  // green piled up at 3500 and red and blue below it. Taken at its word,
+  // green would end at 0.85 and the sky would turn pink.
+  SampleDng dng;
+  dng.samples = test::cfaSamples(dng, [](int, int, int colour) { return colour == 1 ? 1.0 : 0.8; });
+  for (std::uint16_t& v : dng.samples) v = std::uint16_t(std::min<int>(v, 3500));
+  const Stats s = stats(RawDecoder::develop(write(dng), {}));
+  EXPECT_GT(s.mean[1], 0.99);
+  EXPECT_LT(s.spread / s.mean[1], 0.02);
+}
+
 TEST_F(RawDecoderTest, AFifoNamedAsARawFileIsNotWaitedOn) {
   const std::filesystem::path fifo = dir / "waiting.cr2";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);

@@ -5,6 +5,7 @@
 #include <benchmark/benchmark.h>
 
 #include "engine/edit/edit_settings.h"
+#include "engine/edit/field_path.h"
 
 using namespace lumivale;
 
@@ -87,6 +88,23 @@ void BM_HashSettings(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_HashSettings);
+
+// One field edit of the heavy record, as the command line's `edit` makes it:
+// a top-level number, a value deep inside a mask, a point of a curve.
+void BM_ApplyFieldEdit(benchmark::State& state) {
+  const EditSettings s = heavySettings();
+  const FieldEdit edits[] = {
+      {"exposure", "0.5"}, {"masks.3.adjust.exposure", "1"}, {"curveRGB.points.1.y", "0.3"}};
+  const FieldEdit& edit = edits[state.range(0)];
+  for (auto _ : state) {
+    EditSettings edited = applyFieldEdits(s, {edit});
+    if (edited == s) state.SkipWithError("the edit changed nothing");
+    benchmark::DoNotOptimize(edited);
+  }
+  state.SetLabel(edit.path);
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_ApplyFieldEdit)->DenseRange(0, 2);
 
 // One evaluation per iteration, over inputs that visit every segment. Each
 // output is checked, so the calls cannot be optimised away.

@@ -8,6 +8,7 @@
 #include <benchmark/benchmark.h>
 
 #include <string>
+#include <vector>
 
 #include "bench/bench_library.h"
 
@@ -154,6 +155,39 @@ void BM_AddKeywordToOnePhoto(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_AddKeywordToOnePhoto)->Arg(10000)->Arg(100000)->Unit(benchmark::kMicrosecond);
+
+// Organising writes over the whole library at once, as a select-all in the
+// grid or `lumivale-cli rate 1-100000 2` makes them: each is one statement.
+std::vector<std::int64_t> everyPhoto(const Library& lib) {
+  std::vector<std::int64_t> ids;
+  for (std::int64_t id = 1; id <= lib.photos; ++id) ids.push_back(id);
+  return ids;
+}
+
+void BM_RateEveryPhoto(benchmark::State& state) {
+  Library& lib = libraryOf(static_cast<int>(state.range(0)));
+  const std::vector<std::int64_t> ids = everyPhoto(lib);
+  int rating = 0;
+  for (auto _ : state) lib.library->setRating(ids, ++rating % 6);
+  LibraryQuery rated;
+  rated.minRating = rating % 6;
+  if (rating % 6 > 0 && lib.library->photos(rated).size() != ids.size())
+    state.SkipWithError("ratings not stored");
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(ids.size()));
+}
+BENCHMARK(BM_RateEveryPhoto)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
+void BM_AddAndRemoveKeywordOfEveryPhoto(benchmark::State& state) {
+  Library& lib = libraryOf(static_cast<int>(state.range(0)));
+  const std::vector<std::int64_t> ids = everyPhoto(lib);
+  for (auto _ : state) {
+    lib.library->addKeywords(ids, {"everything"});
+    if (lib.library->removeKeyword(ids, "everything") != lib.photos)
+      state.SkipWithError("keywords not stored");
+  }
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(ids.size()));
+}
+BENCHMARK(BM_AddAndRemoveKeywordOfEveryPhoto)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 
 // Removal deletes dependent rows by photo; the collection items and
 // snapshots tables have no index that starts with the photo, so each removal

@@ -5,6 +5,7 @@
 
 #include <random>
 
+#include "engine/render/photo_renderer.h"
 #include "engine/render/tone_pass.h"
 #include "engine/render/tone_params.h"
 
@@ -48,4 +49,55 @@ void exposureAndCube(benchmark::State& state) {
 }
 BENCHMARK(exposureAndCube)->Unit(benchmark::kMillisecond)->UseRealTime();
 
+// Renders the preview with `settings` from the materialised base, computed
+// into memory as the Develop canvas asks for it.
+void renderPreview(benchmark::State& state, const EditSettings& settings) {
+  const Image base = previewBase();
+  PhotoRenderer renderer;
+  renderer.render(base, {6000, 4000}, settings).materialize();  // cubes built once, as while dragging
+  for (auto _ : state) benchmark::DoNotOptimize(renderer.render(base, {6000, 4000}, settings).materialize());
+  state.SetItemsProcessed(state.iterations() * 1800 * 1200);
+}
+
+EditSettings everyStage() {
+  EditSettings s{.exposure = 0.4, .contrast = 25, .highlights = -30, .shadows = 20, .vibrance = 15};
+  PhotoMask brush(MaskKind::brush);
+  for (int i = 0; i < 200; ++i) brush.dabs.push_back({0.2 + i * 0.003, 0.5, 0.05, 0.5, 0.6, false});
+  brush.adjust.exposure = 0.6;
+  PhotoMask radial(MaskKind::radial);
+  radial.cx = 0.5, radial.cy = 0.4, radial.rx = 0.3, radial.ry = 0.2, radial.feather = 0.6;
+  radial.adjust = {.contrast = 20, .saturation = 15};
+  PhotoMask linear(MaskKind::linear);
+  linear.x0 = 0.5, linear.y0 = 0, linear.x1 = 0.5, linear.y1 = 0.4;
+  linear.adjust = {.exposure = -0.5, .highlights = -20};
+  s.masks = {brush, radial, linear};
+  s.straighten = 2.5;
+  s.crop = {0.05, 0.05, 0.9, 0.9};
+  s.sharpenAmount = 40;
+  s.vignetteAmount = -30;
+  s.grainAmount = 20;
+  return s;
+}
+
+BENCHMARK_CAPTURE(renderPreview, exposureOnly, EditSettings{.exposure = 0.7})
+    ->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(renderPreview, exposureAndTone, EditSettings{.exposure = 0.7, .contrast = 30, .shadows = 20})
+    ->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(renderPreview, everyStage, everyStage())->Unit(benchmark::kMillisecond)->UseRealTime();
+
 }  // namespace
+namespace {
+EditSettings masksOnly() { EditSettings s = everyStage(); s.straighten = 0; s.crop = {}; s.sharpenAmount = 0; s.vignetteAmount = 0; s.grainAmount = 0; return s; }
+EditSettings geometryOnly() { return EditSettings{.straighten = 2.5, .crop = {0.05, 0.05, 0.9, 0.9}}; }
+BENCHMARK_CAPTURE(renderPreview, masksOnly, masksOnly())->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(renderPreview, geometryOnly, geometryOnly())->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(renderPreview, sharpen, EditSettings{.sharpenAmount = 40})->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(renderPreview, vignette, EditSettings{.vignetteAmount = -30})->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(renderPreview, grain, EditSettings{.grainAmount = 20})->Unit(benchmark::kMillisecond)->UseRealTime();
+}
+namespace {
+EditSettings oneMask(int which) { EditSettings s = masksOnly(); s.masks = {s.masks[std::size_t(which)]}; s.exposure = 0; s.contrast = 0; s.highlights = 0; s.shadows = 0; s.vibrance = 0; return s; }
+BENCHMARK_CAPTURE(renderPreview, brushMask, oneMask(0))->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(renderPreview, radialMask, oneMask(1))->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(renderPreview, linearMask, oneMask(2))->Unit(benchmark::kMillisecond)->UseRealTime();
+}

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "cli/commands.h"
+#include "cli/common.h"
 #include "engine/catalog/library_location.h"
 #include "engine/catalog/photo_library.h"
 
@@ -271,13 +272,14 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     return command->run(context, parsed);
   } catch (const UsageError& e) {
     // One line, like every error; the help is one command away.
-    err << "error: " << e.what() << " (see 'lumivale-cli "
+    err << "error: " << printable(e.what()) << " (see 'lumivale-cli "
         << (command ? command->name + " --help" : std::string("--help")) << "')\n";
     return 2;
   } catch (const std::exception& e) {
+    // Messages quote names and paths; whatever they hold stays on one line.
     std::string message = e.what();
     std::replace(message.begin(), message.end(), '\n', ' ');
-    err << "error: " << message << "\n";
+    err << "error: " << printable(message) << "\n";
     return 1;
   }
 }

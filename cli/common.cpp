@@ -4,8 +4,42 @@
 
 #include "engine/catalog/library_query.h"
 #include "engine/catalog/photo_library.h"
+#include "engine/util/utf8.h"
 
 namespace lumivale::cli {
+
+std::string printable(std::string_view text) {
+  static const char hex[] = "0123456789abcdef";
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t i = 0; i < text.size();) {
+    const Utf8Char c = decodeUtf8(text, i);
+    const std::string_view sequence = text.substr(i, c.length);
+    i += c.length;
+    if (c.valid && c.value >= 0x20 && (c.value < 0x7F || c.value >= 0xA0)) {
+      out += sequence;
+    } else if (c.value == '\n' || c.value == '\r' || c.value == '\t' || c.value == 0x1B) {
+      out += c.value == '\n' ? "\\n" : c.value == '\r' ? "\\r" : c.value == '\t' ? "\\t" : "\\e";
+    } else {
+      // A C1 code point (two bytes in UTF-8) as \u00NN; C0, DEL and a byte
+      // that is not UTF-8 as \xNN.
+      out += c.valid && c.value >= 0x80 ? "\\u00" : "\\x";
+      out += hex[c.value >> 4 & 0xF];
+      out += hex[c.value & 0xF];
+    }
+  }
+  return out;
+}
+
+std::size_t columns(const std::string& text) {
+  return static_cast<std::size_t>(std::count_if(
+      text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+}
+
+std::string padded(const std::string& text, std::size_t width) {
+  std::size_t w = columns(text);
+  return w >= width ? text : text + std::string(width - w, ' ');
+}
 
 std::string joined(const std::vector<std::string>& parts, const std::string& separator) {
   std::string text;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cli/cli.h"
@@ -13,6 +14,19 @@
 namespace lumivale::cli {
 
 using Ids = std::vector<std::int64_t>;
+
+/// `text` fit to print on a terminal: control characters (C0, DEL and the
+/// C1 range) and bytes that are not UTF-8 become visible escapes ("\n",
+/// "\t", "\e", "\x7f", "\u009b", "\xff"); everything else, valid UTF-8
+/// of any script, stays as it is. Every name and stored text in human output
+/// goes through it, so a file name cannot move the cursor, clear the screen
+/// or break a line in two. JSON output needs none of this.
+std::string printable(std::string_view text);
+
+/// Display width in terminal columns, counting code points (not bytes).
+std::size_t columns(const std::string& text);
+/// `text` with blanks after it up to `width` columns.
+std::string padded(const std::string& text, std::size_t width);
 
 /// `parts` with `separator` between them.
 std::string joined(const std::vector<std::string>& parts, const std::string& separator);

@@ -25,7 +25,7 @@ using Json = nlohmann::json;
 
 // ---- Shared helpers ----------------------------------------------------------
 
-std::string quoted(const std::string& text) { return "\"" + text + "\""; }
+std::string quoted(const std::string& text) { return "\"" + printable(text) + "\""; }
 
 std::int64_t photoAt(PhotoLibrary& library, const Arguments& args, std::size_t index) {
   std::int64_t id = parseId(args.positional.at(index));
@@ -69,13 +69,6 @@ Json stepJson(const HistoryStep& step) {
   return {{"seq", step.seq}, {"name", jsonText(step.name)}, {"date", step.date}};
 }
 
-const HistoryStep* stepAt(const EditHistory& history, int seq) {
-  for (const HistoryStep& s : history.steps) {
-    if (s.seq == seq) return &s;
-  }
-  return nullptr;
-}
-
 // ---- settings ------------------------------------------------------------------
 
 int settings(Context& ctx, const Arguments& args) {
@@ -103,7 +96,6 @@ int edit(Context& ctx, const Arguments& args) {
   PhotoLibrary& library = ctx.library();
   std::int64_t id = photoAt(library, args, 0);
   std::vector<std::string> assignments(args.positional.begin() + 1, args.positional.end());
-  const EditSettings current = library.settings(id);
   std::vector<FieldEdit> edits;
   std::vector<std::string> paths;
   for (const std::string& a : assignments) {
@@ -114,31 +106,23 @@ int edit(Context& ctx, const Arguments& args) {
     }
     if (std::find(paths.begin(), paths.end(), edits.back().path) == paths.end()) paths.push_back(edits.back().path);
   }
-  EditSettings changed;
-  try {
-    changed = applyFieldEdits(current, edits);
-  } catch (const FieldPathError& e) {
-    throw UsageError(e.what());
-  }
 
   std::optional<std::string> step;
   if (!args.has("--no-step")) step = args.value("--step").value_or("Edit " + joined(paths, ", "));
-  EditHistory history = library.history(id);
-  // As when a develop control commits: settings equal to the stored ones
-  // record no step, unless the photo has no history yet.
-  const bool unchanged = changed == current && (!step || !history.steps.empty());
-  if (!unchanged) {
-    library.saveSettings(id, changed, step);
-    history = library.history(id);
+  SettingsCommit commit;
+  try {
+    commit = library.updateSettings(id, step, [&](EditSettings& s) { s = applyFieldEdits(s, edits); });
+  } catch (const FieldPathError& e) {
+    throw UsageError(e.what());
   }
-  const HistoryStep* saved = step && !unchanged ? stepAt(history, history.position) : nullptr;
+  const HistoryStep* saved = step && commit.changed && commit.step ? &*commit.step : nullptr;
   if (ctx.json) {
     ctx.printJson({{"id", id},
-                   {"changed", !unchanged},
+                   {"changed", commit.changed},
                    {"step", saved ? stepJson(*saved) : Json(nullptr)},
-                   {"position", history.position},
-                   {"edited", library.photo(id)->edited}});
-  } else if (unchanged) {
+                   {"position", commit.position},
+                   {"edited", commit.edited}});
+  } else if (!commit.changed) {
     ctx.out << "Photo " << id << ": nothing changed\n";
   } else if (saved) {
     ctx.out << "Photo " << id << ": saved as step " << saved->seq << " " << quoted(saved->name) << "\n";
@@ -172,56 +156,43 @@ int history(Context& ctx, const Arguments& args) {
   std::size_t seqWidth = 1, nameWidth = 4;
   for (const HistoryStep& s : h.steps) {
     seqWidth = std::max(seqWidth, std::to_string(s.seq).size());
-    nameWidth = std::max(nameWidth, s.name.size());
+    nameWidth = std::max(nameWidth, columns(printable(s.name)));
   }
   nameWidth = std::min<std::size_t>(nameWidth, 40);
   for (const HistoryStep& s : h.steps) {
     std::string seq = std::to_string(s.seq);
-    std::string name = s.name + std::string(nameWidth > s.name.size() ? nameWidth - s.name.size() : 0, ' ');
     ctx.out << (s.seq == h.position ? "> " : "  ") << std::string(seqWidth - seq.size(), ' ') << seq << "  "
-            << name << "  " << localTimeText(s.date) << "\n";
+            << padded(printable(s.name), nameWidth) << "  " << localTimeText(s.date) << "\n";
   }
   return 0;
 }
 
-void reportPosition(Context& ctx, std::int64_t id) {
-  EditHistory h = ctx.library().history(id);
-  const HistoryStep* step = stepAt(h, h.position);
+// Where the photo now stands in its history: the position and its step.
+void reportPosition(Context& ctx, std::int64_t id, int position, const std::optional<HistoryStep>& step) {
   if (ctx.json) {
-    ctx.printJson({{"id", id}, {"position", h.position}, {"step", step ? stepJson(*step) : Json(nullptr)}});
+    ctx.printJson({{"id", id}, {"position", position}, {"step", step ? stepJson(*step) : Json(nullptr)}});
   } else {
-    ctx.out << "Photo " << id << " is at step " << h.position;
+    ctx.out << "Photo " << id << " is at step " << position;
     if (step) ctx.out << " " << quoted(step->name);
     ctx.out << "\n";
   }
 }
 
-void moveTo(Context& ctx, std::int64_t id, int seq) {
-  if (!ctx.library().goToHistory(id, seq)) {
-    throw CommandError("photo " + std::to_string(id) + " has no readable history step " +
-                       std::to_string(seq));
-  }
-  reportPosition(ctx, id);
-}
-
 int undo(Context& ctx, const Arguments& args) {
   requireCount(args, 1, "undo ID");
   std::int64_t id = photoAt(ctx.library(), args, 0);
-  EditHistory h = ctx.library().history(id);
-  // Step 1, the photo as imported, is the floor.
-  if (h.position <= 1) throw CommandError("nothing to undo for photo " + std::to_string(id));
-  moveTo(ctx, id, h.position - 1);
+  auto step = ctx.library().undo(id);
+  if (!step) throw CommandError("nothing to undo for photo " + std::to_string(id));
+  reportPosition(ctx, id, step->seq, step);
   return 0;
 }
 
 int redo(Context& ctx, const Arguments& args) {
   requireCount(args, 1, "redo ID");
   std::int64_t id = photoAt(ctx.library(), args, 0);
-  EditHistory h = ctx.library().history(id);
-  if (h.steps.empty() || h.steps.back().seq <= h.position) {
-    throw CommandError("nothing to redo for photo " + std::to_string(id));
-  }
-  moveTo(ctx, id, h.position + 1);
+  auto step = ctx.library().redo(id);
+  if (!step) throw CommandError("nothing to redo for photo " + std::to_string(id));
+  reportPosition(ctx, id, step->seq, step);
   return 0;
 }
 
@@ -232,7 +203,16 @@ int goTo(Context& ctx, const Arguments& args) {
   if (seq < 1 || seq > std::numeric_limits<int>::max()) {
     throw UsageError("'" + args.positional[1] + "' is not a valid history step");
   }
-  moveTo(ctx, id, static_cast<int>(seq));
+  if (!ctx.library().goToHistory(id, static_cast<int>(seq))) {
+    throw CommandError("photo " + std::to_string(id) + " has no readable history step " +
+                       std::to_string(seq));
+  }
+  const EditHistory h = ctx.library().history(id);
+  std::optional<HistoryStep> step;
+  for (const HistoryStep& s : h.steps) {
+    if (s.seq == h.position) step = s;
+  }
+  reportPosition(ctx, id, h.position, step);
   return 0;
 }
 
@@ -266,7 +246,7 @@ int snapshot(Context& ctx, const Arguments& args) {
     } else {
       if (list.empty()) ctx.out << "Photo " << id << " has no snapshots.\n";
       for (const Snapshot& s : list)
-        ctx.out << s.id << "  " << localTimeText(s.date) << "  " << s.name << "\n";
+        ctx.out << s.id << "  " << localTimeText(s.date) << "  " << printable(s.name) << "\n";
     }
     return 0;
   }
@@ -284,9 +264,10 @@ int snapshot(Context& ctx, const Arguments& args) {
   }
   if (action == "apply") {
     requireCount(args, 2, "snapshot apply SNAPSHOT_ID");
-    Snapshot s = requireSnapshot(library, args.positional[1]);
-    library.saveSettings(s.photo, s.settings, "Snapshot: " + s.name);
-    reportPosition(ctx, s.photo);
+    const std::int64_t id = requireSnapshot(library, args.positional[1]).id;
+    auto commit = library.applySnapshot(id);
+    if (!commit) throw CommandError("no snapshot with id " + std::to_string(id));
+    reportPosition(ctx, commit->photo, commit->position, commit->step);
     return 0;
   }
   if (action == "delete") {
@@ -334,7 +315,7 @@ int preset(Context& ctx, const Arguments& args) {
     } else {
       if (list.empty()) ctx.out << "No presets.\n";
       for (const UserPreset& p : list) {
-        ctx.out << p.id << "  " << p.name << "  (" << joined(groupKeys(p.groups), ", ") << ")\n";
+        ctx.out << p.id << "  " << printable(p.name) << "  (" << joined(groupKeys(p.groups), ", ") << ")\n";
       }
     }
     return 0;
@@ -474,7 +455,8 @@ void addEditCommands(std::vector<Command>& table) {
                    "hsl.5.saturation=20, crop.w=0.5, masks.0.adjust.exposure=1. VALUE is JSON\n"
                    "(blackAndWhite=true, curveRGB='{\"points\":[{\"x\":0,\"y\":0},{\"x\":1,\"y\":0.9}]}');\n"
                    "text fields also take plain text (cropAspect=\"1 : 1\"). An unknown field, an index\n"
-                   "out of range or a value of the wrong type changes nothing.\n\n"
+                   "out of range or a value of the wrong type changes nothing. An edit that leaves\n"
+                   "the settings as they are records no step once the photo has a history.\n\n"
                    "  --step NAME   name the history step (default: \"Edit \" and the fields)\n"
                    "  --no-step     save without a history step",
                    {{"--no-step"}, {"--step"}},
@@ -488,7 +470,7 @@ void addEditCommands(std::vector<Command>& table) {
                    "snapshot list ID|add ID NAME|apply SNAPSHOT_ID|delete SNAPSHOT_ID",
                    "List, take, apply and delete snapshots of a photo's settings",
                    "add keeps the photo's current settings under a name; apply makes them current\n"
-                   "again as a history step \"Snapshot: NAME\".",
+                   "again as a history step \"Snapshot: NAME\" (none when they already are).",
                    {},
                    snapshot});
   table.push_back({"preset",
@@ -498,7 +480,7 @@ void addEditCommands(std::vector<Command>& table) {
                    "geometry and masks; --groups all takes all twelve). apply finds a preset by id\n"
                    "or exact name, else a built-in look by name; the photos' non-local settings go\n"
                    "back to their defaults, then the preset's groups are applied, as one history\n"
-                   "step \"Preset: NAME\" per photo.\n\n"
+                   "step \"Preset: NAME\" per photo whose settings change.\n\n"
                    "Groups: whiteBalance, light, presence, toneCurve, colorMixer, colorGrading,\n"
                    "detail, lens, effects, treatment, geometry, masks.",
                    {{}, {"--groups"}},
@@ -507,8 +489,8 @@ void addEditCommands(std::vector<Command>& table) {
   table.push_back({"copy-settings",
                    "copy-settings FROM_ID TO_IDS [--groups g,g]",
                    "Copy settings groups from one photo to others",
-                   "Each target gets one history step \"Paste Settings\". Default groups: all but\n"
-                   "geometry and masks; --groups all takes all twelve.",
+                   "Each target whose settings change gets one history step \"Paste Settings\".\n"
+                   "Default groups: all but geometry and masks; --groups all takes all twelve.",
                    {{}, {"--groups"}},
                    copySettings});
 }

@@ -46,25 +46,18 @@ PhotoRecord photoOrError(Context& ctx, const Arguments& args, const char* comman
   return existingPhoto(ctx.library(), parseId(args.positional[0]));
 }
 
-std::string optionalNumber(double value, const char* format) {
-  if (!(value > 0)) return "-";
-  char text[64];
-  std::snprintf(text, sizeof text, format, value);
-  return text;
-}
-
 int showCommand(Context& ctx, const Arguments& args) {
   PhotoRecord r = photoOrError(ctx, args, "show");
   if (ctx.json) {
     ctx.printJson(recordJson(r));
     return 0;
   }
-  auto orDash = [](const std::string& text) { return text.empty() ? std::string("-") : text; };
+  auto orDash = [](const std::string& text) { return text.empty() ? std::string("-") : printable(text); };
   const std::pair<const char*, std::string> lines[] = {
       {"Id", std::to_string(r.id)},
-      {"Name", r.name},
-      {"Path", r.path},
-      {"Folder", r.folder},
+      {"Name", printable(r.name)},
+      {"Path", printable(r.path)},
+      {"Folder", printable(r.folder)},
       {"Type", orDash(r.ext) + (r.isRaw ? " (RAW)" : "")},
       {"File size", std::to_string(r.fileSize) + " bytes"},
       {"Pixels", std::to_string(r.width) + " \u00d7 " + std::to_string(r.height)},
@@ -74,8 +67,9 @@ int showCommand(Context& ctx, const Arguments& args) {
       {"Lens", orDash(r.lens)},
       {"ISO", r.iso > 0 ? std::to_string(r.iso) : "-"},
       {"Shutter", orDash(r.shutterText())},
-      {"Aperture", optionalNumber(r.aperture, "f/%.1f")},
-      {"Focal length", optionalNumber(r.focalLength, "%.0f mm")},
+      {"Aperture", r.aperture > 0 ? "f/" + formatFixed(r.aperture, 1) : "-"},
+      // The same rounding as in the summary: 4.5 mm shows as 5 mm in both.
+      {"Focal length", r.focalLength > 0 ? formatMillimetres(r.focalLength) : "-"},
       {"Summary", orDash(r.summary())},
       {"Rating", std::to_string(r.rating)},
       {"Flag", orDash(flagText(r.flag))},
@@ -98,8 +92,8 @@ int detailsCommand(Context& ctx, const Arguments& args) {
     ctx.printJson(list);
     return 0;
   }
-  if (rows.empty()) ctx.err << "No details: the file cannot be read: " << r.path << "\n";
-  for (const DetailRow& row : rows) ctx.out << row.label << ": " << row.value << "\n";
+  if (rows.empty()) ctx.err << "No details: the file cannot be read: " << printable(r.path) << "\n";
+  for (const DetailRow& row : rows) ctx.out << printable(row.label) << ": " << printable(row.value) << "\n";
   return 0;
 }
 

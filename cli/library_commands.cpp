@@ -3,6 +3,7 @@
 #include <system_error>
 
 #include "cli/commands.h"
+#include "cli/common.h"
 #include "engine/catalog/photo_library.h"
 
 namespace lumivale::cli {
@@ -41,9 +42,9 @@ int info(Context& ctx, const Arguments& args) {
                    {"photos", photos},
                    {"databaseSize", size}});
   } else {
-    ctx.out << "Library:    " << library.folder().string() << "\n"
-            << "Database:   " << library.databasePath().string() << "\n"
-            << "Format:     " << format << "\n"
+    ctx.out << "Library:    " << printable(library.folder().string()) << "\n"
+            << "Database:   " << printable(library.databasePath().string()) << "\n"
+            << "Format:     " << printable(format) << "\n"
             << "Photos:     " << photos << "\n"
             << "Size:       " << byteText(size) << "\n";
   }

@@ -110,8 +110,8 @@ int lutCommand(Context& ctx, const Arguments& args) {
                    {"source", jsonText(source)}});
   } else {
     const std::string n = std::to_string(size);
-    ctx.out << "Wrote the tone cube of " << source << " (" << n << "x" << n << "x" << n << ", "
-            << domainKey(domain) << " domain) to " << output << "\n";
+    ctx.out << "Wrote the tone cube of " << printable(source) << " (" << n << "x" << n << "x" << n << ", "
+            << domainKey(domain) << " domain) to " << printable(output) << "\n";
   }
   return 0;
 }

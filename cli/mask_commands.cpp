@@ -9,6 +9,7 @@
 #include "cli/commands.h"
 #include "cli/common.h"
 #include "engine/catalog/photo_library.h"
+#include "engine/edit/photo_mask.h"
 #include "engine/export/mask_export.h"
 
 namespace lumivale::cli {
@@ -58,7 +59,7 @@ int listMasks(Context& ctx, const Arguments& args) {
   }
   for (std::size_t i = 0; i < settings.masks.size(); ++i) {
     const PhotoMask& m = settings.masks[i];
-    ctx.out << i << "  " << m.id << "  " << m.name << "  (" << key(m.kind) << ")";
+    ctx.out << i << "  " << printable(m.id) << "  " << printable(m.name) << "  (" << key(m.kind) << ")";
     if (m.invert) ctx.out << "  inverted";
     if (m.opacity != 1) ctx.out << "  opacity " << number(m.opacity);
     std::string adjustments;
@@ -94,16 +95,17 @@ int importMask(Context& ctx, const Arguments& args) {
   if (name && name->empty()) throw UsageError("--name needs a name");
   existingPhoto(library, id);
   const MaskBitmap bitmap = maskBitmapFromImageFile(args.positional[2]);
-  PhotoMask mask = smartMaskFromBitmap(bitmap, kind, name);
-  EditSettings settings = library.settings(id);
-  settings.masks.push_back(mask);
-  library.saveSettings(id, settings, std::string("Import Mask"));
+  const PhotoMask mask = smartMaskFromBitmap(bitmap, kind, name);
+  std::size_t index = 0;
+  library.updateSettings(id, std::string("Import Mask"), [&](EditSettings& s) {
+    s.masks.push_back(mask);
+    index = s.masks.size() - 1;
+  });
   if (ctx.json) {
-    ctx.printJson({{"photo", id},
-                   {"mask", maskJson(mask, settings.masks.size() - 1)}});
+    ctx.printJson({{"photo", id}, {"mask", maskJson(mask, index)}});
   } else {
-    ctx.out << "Imported mask " << mask.id << " (" << mask.name << ", " << bitmap.width << " \u00d7 "
-            << bitmap.height << ") into photo " << id << "\n";
+    ctx.out << "Imported mask " << printable(mask.id) << " (" << printable(mask.name) << ", " << bitmap.width
+            << " \u00d7 " << bitmap.height << ") into photo " << id << "\n";
   }
   return 0;
 }
@@ -126,7 +128,7 @@ int exportMask(Context& ctx, const Arguments& args) {
                    {"width", bitmap.width},
                    {"height", bitmap.height}});
   } else {
-    ctx.out << "Wrote " << *output << " (" << bitmap.width << " \u00d7 " << bitmap.height << ")\n";
+    ctx.out << "Wrote " << printable(*output) << " (" << bitmap.width << " \u00d7 " << bitmap.height << ")\n";
   }
   return 0;
 }
@@ -136,15 +138,19 @@ int deleteMask(Context& ctx, const Arguments& args) {
   PhotoLibrary& library = ctx.library();
   const std::int64_t id = parseId(args.positional[1]);
   existingPhoto(library, id);
-  EditSettings settings = library.settings(id);
-  const std::size_t index = findMask(settings.masks, args.positional[2]);
-  const PhotoMask removed = settings.masks[index];
-  settings.masks.erase(settings.masks.begin() + static_cast<std::ptrdiff_t>(index));
-  library.saveSettings(id, settings, std::string("Delete Mask"));
+  // The mask is looked up in the settings the deletion itself reads, so it
+  // is the one the user named even if another program changed the masks.
+  PhotoMask removed;
+  const SettingsCommit commit = library.updateSettings(id, std::string("Delete Mask"), [&](EditSettings& s) {
+    const std::size_t index = findMask(s.masks, args.positional[2]);
+    removed = s.masks[index];
+    s.masks.erase(s.masks.begin() + static_cast<std::ptrdiff_t>(index));
+  });
   if (ctx.json) {
-    ctx.printJson({{"photo", id}, {"deleted", removed.id}, {"masks", settings.masks.size()}});
+    ctx.printJson({{"photo", id}, {"deleted", removed.id}, {"masks", commit.settings.masks.size()}});
   } else {
-    ctx.out << "Deleted mask " << removed.id << " (" << removed.name << ") from photo " << id << "\n";
+    ctx.out << "Deleted mask " << printable(removed.id) << " (" << printable(removed.name) << ") from photo "
+            << id << "\n";
   }
   return 0;
 }

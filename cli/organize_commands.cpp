@@ -56,17 +56,6 @@ std::string normalisedFolder(const std::string& text) {
   return standardizedPath(text).string();
 }
 
-// Display width in terminal columns, counting code points (not bytes).
-std::size_t columns(const std::string& text) {
-  return static_cast<std::size_t>(std::count_if(
-      text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
-}
-
-std::string padded(const std::string& text, std::size_t width) {
-  std::size_t w = columns(text);
-  return w >= width ? text : text + std::string(width - w, ' ');
-}
-
 // ---- list ----------------------------------------------------------------------
 
 LibraryQuery queryFrom(Context& ctx, const Arguments& args) {
@@ -125,15 +114,16 @@ int list(Context& ctx, const Arguments& args) {
   std::size_t idWidth = 1, nameWidth = 4;
   for (const PhotoRecord& r : photos) {
     idWidth = std::max(idWidth, std::to_string(r.id).size());
-    nameWidth = std::max(nameWidth, columns(r.name));
+    nameWidth = std::max(nameWidth, columns(printable(r.name)));
   }
   nameWidth = std::min<std::size_t>(nameWidth, 40);
   for (const PhotoRecord& r : photos) {
     std::string id = std::to_string(r.id);
     std::string flag = flagText(r.flag);
-    std::string line = std::string(idWidth - id.size(), ' ') + id + "  " + padded(r.name, nameWidth) + "  " +
-                       stars(r.rating) + "  " + padded(flag.empty() ? "-" : flag, 6) + "  " +
-                       padded(r.label.empty() ? "-" : r.label, 6) + "  " +
+    std::string line = std::string(idWidth - id.size(), ' ') + id + "  " +
+                       padded(printable(r.name), nameWidth) + "  " + stars(r.rating) + "  " +
+                       padded(flag.empty() ? "-" : flag, 6) + "  " +
+                       padded(r.label.empty() ? "-" : printable(r.label), 6) + "  " +
                        padded(localTimeText(r.captureDate), 19) + "  " + r.summary();
     line.erase(line.find_last_not_of(' ') + 1);  // no padding after the last column
     ctx.out << line << "\n";
@@ -222,7 +212,7 @@ int keywords(Context& ctx, const Arguments& args) {
       for (const std::string& w : words) list.push_back(jsonText(w));
       ctx.printJson({{"id", id}, {"keywords", list}});
     } else {
-      for (const std::string& w : words) ctx.out << w << "\n";
+      for (const std::string& w : words) ctx.out << printable(w) << "\n";
     }
     return 0;
   }
@@ -237,7 +227,7 @@ int keywords(Context& ctx, const Arguments& args) {
   for (const auto& entry : all) width = std::max(width, std::to_string(entry.second).size());
   for (const auto& [word, count] : all) {
     std::string n = std::to_string(count);
-    ctx.out << std::string(width - n.size(), ' ') << n << "  " << word << "\n";
+    ctx.out << std::string(width - n.size(), ' ') << n << "  " << printable(word) << "\n";
   }
   return 0;
 }
@@ -248,7 +238,7 @@ std::vector<std::string> splitWords(const std::string& text) {
   std::vector<std::string> words;
   std::string current;
   auto flush = [&] {
-    std::string w = lowercased(trimmed(current));
+    std::string w = PhotoLibrary::keywordForm(current);
     if (!w.empty() && std::find(words.begin(), words.end(), w) == words.end()) words.push_back(w);
     current.clear();
   };
@@ -280,17 +270,25 @@ int keyword(Context& ctx, const Arguments& args) {
       for (const std::string& w : words) list.push_back(jsonText(w));
       ctx.printJson({{"ids", idsJson(ids)}, {"added", list}});
     } else {
-      ctx.out << "Added " << joined(words, ", ") << " to " << photoCount(ids.size()) << "\n";
+      ctx.out << "Added " << printable(joined(words, ", ")) << " to " << photoCount(ids.size()) << "\n";
     }
   } else if (action == "remove") {
-    std::string word = lowercased(trimmed(text));
+    std::string word = PhotoLibrary::keywordForm(text);
     if (word.empty()) throw UsageError("no keyword given");
     requirePhotos(library, ids);
-    library.removeKeyword(ids, word);
+    const int removed = library.removeKeyword(ids, word);
+    // Removing a word that is not there is most likely a typing mistake;
+    // saying "Removed" would hide it.
+    if (removed == 0) {
+      throw CommandError("no photo " +
+                         std::string(ids.size() == 1 ? "" : "of the " + photoCount(ids.size()) + " ") +
+                         "has the keyword \"" + word + "\"; nothing was changed");
+    }
     if (ctx.json) {
-      ctx.printJson({{"ids", idsJson(ids)}, {"removed", jsonText(word)}});
+      ctx.printJson({{"ids", idsJson(ids)}, {"removed", jsonText(word)}, {"count", removed}});
     } else {
-      ctx.out << "Removed " << word << " from " << photoCount(ids.size()) << "\n";
+      ctx.out << "Removed " << printable(word) << " from " << photoCount(static_cast<std::size_t>(removed))
+              << "\n";
     }
   } else {
     throw UsageError("unknown keyword action '" + action + "' (add or remove)");
@@ -305,7 +303,8 @@ nlohmann::json collectionJson(const Collection& c) {
 }
 
 std::string collectionText(const Collection& c) {
-  return std::to_string(c.id) + " \"" + c.name + "\" (" + photoCount(static_cast<std::size_t>(c.count)) + ")";
+  return std::to_string(c.id) + " \"" + printable(c.name) + "\" (" +
+         photoCount(static_cast<std::size_t>(c.count)) + ")";
 }
 
 int collection(Context& ctx, const Arguments& args) {
@@ -426,14 +425,14 @@ int folders(Context& ctx, const Arguments& args) {
   }
   ctx.out << "Import folders:\n";
   if (roots.empty()) ctx.out << "  (none)\n";
-  for (const std::string& r : roots) ctx.out << "  " << r << "\n";
+  for (const std::string& r : roots) ctx.out << "  " << printable(r) << "\n";
   ctx.out << "Photos per folder:\n";
   if (counts.empty()) ctx.out << "  (none)\n";
   std::size_t width = 1;
   for (const auto& entry : counts) width = std::max(width, std::to_string(entry.second).size());
   for (const auto& [path, n] : counts) {
     std::string text = std::to_string(n);
-    ctx.out << "  " << std::string(width - text.size(), ' ') << text << "  " << path << "\n";
+    ctx.out << "  " << std::string(width - text.size(), ' ') << text << "  " << printable(path) << "\n";
   }
   return 0;
 }
@@ -525,7 +524,8 @@ void addOrganizeCommands(std::vector<Command>& table) {
                    "Add keywords to photos or remove one",
                    "WORDS are separated by commas or semicolons (\"sky, blue hour; sea\"); words on\n"
                    "the command line after IDS are joined with blanks. Keywords are stored trimmed\n"
-                   "and in lower case. Every id must be in the library; otherwise nothing changes.",
+                   "and in lower case. Every id must be in the library; otherwise nothing changes.\n"
+                   "remove fails (exit 1) when none of the photos has the keyword.",
                    {},
                    keyword});
   table.push_back({"collection",

@@ -74,6 +74,18 @@ struct EditHistory {
   bool operator==(const EditHistory&) const = default;
 };
 
+/// A photo's edit as a settings write left it, read inside the write's own
+/// transaction.
+struct SettingsCommit {
+  std::int64_t photo = 0;
+  bool changed = false;             ///< false: nothing was recorded (see `commitSettings`)
+  EditSettings settings;            ///< the photo's current settings
+  bool edited = false;              ///< they differ from the photo's initial settings
+  int position = 0;                 ///< the history position (0: no history)
+  std::optional<HistoryStep> step;  ///< the step at `position`, when it can be read
+  bool operator==(const SettingsCommit&) const = default;
+};
+
 /// Named settings of one photo, kept apart from its history.
 struct Snapshot {
   std::int64_t id = 0;     ///< the snapshot's own row id
@@ -125,9 +137,10 @@ class PhotoLibrary {
 
   /// Imports the supported photo files of `folder` (and of its subfolders
   /// when `recursive`; hidden files, packages and our library folder are left
-  /// out) in the file browser's order, then records the folder in `folders`.
-  /// Throws FileError when the folder cannot be listed, SQLError (with
-  /// nothing inserted) when the catalog cannot be written.
+  /// out) in the file browser's order, and records the folder in `folders`
+  /// in the same transaction. Throws FileError when the folder cannot be
+  /// listed, SQLError (with nothing inserted) when the catalog cannot be
+  /// written.
   ImportResult importFolder(const std::filesystem::path& folder, bool recursive,
                             const ImportProgress& progress = {});
 
@@ -140,19 +153,24 @@ class PhotoLibrary {
                            const ImportProgress& progress = {});
 
   /// The insert step of `importFiles`: in one transaction, a row (and its
-  /// keyword rows) for each file whose meta is present, a `failed` count for
-  /// each absent one; `files` and `metas` pair up by index and `files` are
-  /// standardized paths. Throws SQLError, rolling everything back.
+  /// keyword rows, stored as `keywordForm` gives them) for each file whose
+  /// meta is present, a `failed` count for each absent one, and a `folders`
+  /// row for `folder` when given; `files` and `metas` pair up by index and
+  /// `files` are standardized paths. A path that is in the catalog by the
+  /// time its row goes in (another import got there first) counts as
+  /// skipped, and its keywords are left alone. Throws SQLError, rolling
+  /// everything back.
   ImportResult insertPhotos(const std::vector<std::filesystem::path>& files,
                             const std::vector<std::optional<PhotoMeta>>& metas,
-                            const ImportProgress& progress = {});
+                            const ImportProgress& progress = {},
+                            const std::optional<std::filesystem::path>& folder = std::nullopt);
 
   // Organising
   //
   // Writes that take a list of ids change each listed photo; an id that is
-  // not in the catalog is passed over. Single-statement-per-id writes stop at
-  // the first failing statement; `addKeywords` and `remove` are one
-  // transaction each. Reads never throw.
+  // not in the catalog (or listed twice) is passed over. Each write is all
+  // or nothing for its whole list, however long: one statement or one
+  // transaction. Reads never throw.
 
   /// Stores the rating clamped to 0...5.
   void setRating(const std::vector<std::int64_t>& ids, int rating);
@@ -165,11 +183,15 @@ class PhotoLibrary {
   std::vector<std::string> keywords(std::int64_t id);
   /// Every keyword in order with the number of photos that carry it.
   std::vector<std::pair<std::string, int>> allKeywords();
-  /// Adds each word, trimmed and lower-cased, to each photo; a word that is
-  /// empty after trimming is left out. One transaction.
+  /// The form in which keywords are stored and compared: trimmed and
+  /// lower-cased, so "Sky", " sky " and "sky" are one keyword.
+  static std::string keywordForm(const std::string& word);
+  /// Adds each word in `keywordForm` to each photo; a word that is empty
+  /// after trimming is left out.
   void addKeywords(const std::vector<std::int64_t>& ids, const std::vector<std::string>& words);
-  /// Removes the word (normalised as `addKeywords` stores it) from each photo.
-  void removeKeyword(const std::vector<std::int64_t>& ids, const std::string& word);
+  /// Removes the word (in `keywordForm`) from each photo; returns the number
+  /// of photos that had it.
+  int removeKeyword(const std::vector<std::int64_t>& ids, const std::string& word);
 
   /// Every collection, by name without regard to case.
   std::vector<Collection> collections();
@@ -226,6 +248,21 @@ class PhotoLibrary {
   void saveSettings(std::int64_t id, const EditSettings& settings,
                     const std::optional<std::string>& step = std::nullopt);
 
+  /// Records `settings` as the photo's edit, with a history step when
+  /// `step` is given, unless nothing changed: when the stored settings equal
+  /// them (and, with a step, the photo already has a history) nothing is
+  /// written and the result says `changed` false. A photo without history
+  /// always gets its step, which also writes the "Import" step. Comparing
+  /// and saving are one transaction, so no other writer comes between.
+  SettingsCommit commitSettings(std::int64_t id, const EditSettings& settings,
+                                const std::optional<std::string>& step);
+
+  /// Reads the photo's settings, lets `change` modify them and commits the
+  /// result as `commitSettings` does, all in one transaction. An exception
+  /// from `change` rolls back and passes through, with nothing written.
+  SettingsCommit updateSettings(std::int64_t id, const std::optional<std::string>& step,
+                                const std::function<void(EditSettings&)>& change);
+
   /// The photo's steps (rows that cannot be read are left out) and position.
   EditHistory history(std::int64_t id);
 
@@ -233,6 +270,14 @@ class PhotoLibrary {
   /// the steps themselves stay. Nothing (and no change) when the photo has
   /// no such step.
   std::optional<EditSettings> goToHistory(std::int64_t id, int seq);
+
+  /// Moves one step back, never below step 1 ("Import", the floor), and
+  /// returns the step now current; nothing (and no change) when there is no
+  /// step to go back to.
+  std::optional<HistoryStep> undo(std::int64_t id);
+  /// Moves one step forward when a later step exists, and returns it;
+  /// nothing (and no change) otherwise.
+  std::optional<HistoryStep> redo(std::int64_t id);
 
   /// The photo's snapshots, oldest first; unreadable ones left out.
   std::vector<Snapshot> snapshots(std::int64_t id);
@@ -242,6 +287,10 @@ class PhotoLibrary {
   /// photo's settings and history are not touched.
   std::int64_t addSnapshot(std::int64_t id, const std::string& name, const EditSettings& settings);
   void deleteSnapshot(std::int64_t snapshotId);
+  /// Commits the snapshot's settings to its photo as a step
+  /// "Snapshot: " + its name (as `commitSettings` does), reading the
+  /// snapshot in the same transaction; nothing when it cannot be read.
+  std::optional<SettingsCommit> applySnapshot(std::int64_t snapshotId);
 
   /// The user's presets by name without regard to case; unreadable ones
   /// left out.
@@ -254,13 +303,15 @@ class PhotoLibrary {
 
   /// Applies a look or a user preset to each photo by the preset rule (the
   /// non-local groups reset, then the carried groups taken from the
-  /// preset), each photo getting one step "Preset: " + the preset's name.
+  /// preset), each photo getting one step "Preset: " + the preset's name
+  /// unless its settings do not change (as `commitSettings` decides).
   void applyPreset(const std::vector<std::int64_t>& ids, const BuiltInPreset& look);
   void applyPreset(const std::vector<std::int64_t>& ids, const UserPreset& preset);
 
   /// Copies the `groups` of photo `from`'s settings onto each photo of `to`
-  /// (copy and paste, sync), each getting one step named `step`. The source
-  /// itself is passed over when it is among the targets.
+  /// (copy and paste, sync), each getting one step named `step` unless its
+  /// settings do not change. The source itself is passed over when it is
+  /// among the targets.
   void copySettings(std::int64_t from, const std::vector<std::int64_t>& to,
                     const std::set<SettingsGroup>& groups = allButLocal(),
                     const std::string& step = "Paste Settings");
@@ -270,6 +321,16 @@ class PhotoLibrary {
   // (transactions do not nest), so batches can save many photos in one.
   void writeSettings(std::int64_t id, const EditSettings& settings, const std::optional<std::string>& step,
                      double now);
+  // The commit rule inside a transaction the caller holds: `current` are the
+  // photo's stored settings. True when something was written.
+  bool commitWithin(std::int64_t id, const EditSettings& current, const EditSettings& settings,
+                    const std::optional<std::string>& step, double now);
+  // The photo's edit as it now stands, for the result of a commit.
+  SettingsCommit editState(std::int64_t id, bool changed);
+  // Makes step `seq` of `history` current, inside a transaction the caller holds.
+  std::optional<HistoryStep> moveTo(std::int64_t id, int seq, const EditHistory& history);
+  ImportResult importListed(const std::vector<std::filesystem::path>& files, const ImportProgress& progress,
+                            const std::optional<std::filesystem::path>& folder);
   void applyPresetSettings(const std::vector<std::int64_t>& ids, const std::string& name,
                            const EditSettings& preset, const std::set<SettingsGroup>& groups);
 

@@ -6,6 +6,12 @@
 // with the first named step. `photos.histPos` is the step the current
 // settings came from (0: no history yet); the steps above it are the redo
 // tail, kept until the next named save drops them.
+//
+// The editing operations (commit, read-modify-commit, undo, redo, going to
+// a step, applying snapshots, presets and copied settings) each read what
+// they decide on and write in one transaction, so that the app and the
+// command line working on one library never act on each other's stale
+// reads. Commits record nothing when the settings did not change.
 
 #include <algorithm>
 #include <mutex>
@@ -60,6 +66,18 @@ std::optional<EditSettings> readSettings(const SQLValue& value) {
   return settings;
 }
 
+const std::string stepColumns = "SELECT seq, name, edits, date FROM history WHERE photo = ?";
+
+// One row of `stepColumns`; nothing when its number or settings cannot be read.
+std::optional<HistoryStep> stepFrom(const SQLRow& row) {
+  if (row.size() < 4) return std::nullopt;
+  auto seq = row[0].intValue();
+  auto stored = readSettings(row[2]);
+  if (!seq || !stored) return std::nullopt;
+  return HistoryStep{static_cast<int>(*seq), row[1].stringValue().value_or(""), std::move(*stored),
+                     row[3].doubleValue().value_or(0)};
+}
+
 [[noreturn]] void throwNoPhoto(std::int64_t id) { throw SQLError("No photo with id " + std::to_string(id)); }
 
 }  // namespace
@@ -90,6 +108,54 @@ std::optional<std::string> PhotoLibrary::storedSettings(std::int64_t id) {
 void PhotoLibrary::saveSettings(std::int64_t id, const EditSettings& settings,
                                 const std::optional<std::string>& step) {
   db_->transaction([&] { writeSettings(id, settings, step, nowSeconds()); });
+}
+
+SettingsCommit PhotoLibrary::commitSettings(std::int64_t id, const EditSettings& settings,
+                                            const std::optional<std::string>& step) {
+  return updateSettings(id, step, [&](EditSettings& s) { s = settings; });
+}
+
+SettingsCommit PhotoLibrary::updateSettings(std::int64_t id, const std::optional<std::string>& step,
+                                            const std::function<void(EditSettings&)>& change) {
+  SettingsCommit result;
+  db_->transaction([&] {
+    const EditSettings current = settings(id);
+    EditSettings changed = current;
+    change(changed);
+    result = editState(id, commitWithin(id, current, changed, step, nowSeconds()));
+  });
+  return result;
+}
+
+bool PhotoLibrary::commitWithin(std::int64_t id, const EditSettings& current, const EditSettings& settings,
+                                const std::optional<std::string>& step, double now) {
+  // Equal settings record no empty step; but a photo without history gets
+  // its step all the same, which writes its "Import" baseline too.
+  const bool unchanged =
+      settings == current &&
+      (!step || !db_->query("SELECT 1 FROM history WHERE photo = ? LIMIT 1", {id}).empty());
+  if (!unchanged) {
+    writeSettings(id, settings, step, now);
+  } else if (db_->query("SELECT 1 FROM photos WHERE id = ?", {id}).empty()) {
+    throwNoPhoto(id);
+  }
+  return !unchanged;
+}
+
+SettingsCommit PhotoLibrary::editState(std::int64_t id, bool changed) {
+  SettingsCommit state;
+  state.photo = id;
+  state.changed = changed;
+  state.settings = settings(id);
+  auto rows = db_->query("SELECT edited, histPos FROM photos WHERE id = ?", {id});
+  if (!rows.empty() && rows.front().size() == 2) {
+    state.edited = rows.front()[0].intValue().value_or(0) != 0;
+    state.position = static_cast<int>(rows.front()[1].intValue().value_or(0));
+  }
+  for (const SQLRow& row : db_->query(stepColumns + " AND seq = ?", {id, state.position})) {
+    state.step = stepFrom(row);
+  }
+  return state;
 }
 
 void PhotoLibrary::writeSettings(std::int64_t id, const EditSettings& settings,
@@ -124,22 +190,14 @@ EditHistory PhotoLibrary::history(std::int64_t id) {
   // Held across both reads so the steps and the position agree.
   std::lock_guard hold(db_->lock());
   EditHistory result;
-  for (const SQLRow& row :
-       db_->query("SELECT seq, name, edits, date FROM history WHERE photo = ? ORDER BY seq", {id})) {
-    if (row.size() < 4) continue;
-    auto seq = row[0].intValue();
-    auto stored = readSettings(row[2]);
-    if (!seq || !stored) continue;
-    result.steps.push_back({static_cast<int>(*seq), row[1].stringValue().value_or(""), std::move(*stored),
-                            row[3].doubleValue().value_or(0)});
+  for (const SQLRow& row : db_->query(stepColumns + " ORDER BY seq", {id})) {
+    if (auto step = stepFrom(row)) result.steps.push_back(std::move(*step));
   }
   result.position = static_cast<int>(firstInt(db_->query("SELECT histPos FROM photos WHERE id = ?", {id})));
   return result;
 }
 
-std::optional<EditSettings> PhotoLibrary::goToHistory(std::int64_t id, int seq) {
-  std::lock_guard hold(db_->lock());
-  EditHistory h = history(id);
+std::optional<HistoryStep> PhotoLibrary::moveTo(std::int64_t id, int seq, const EditHistory& h) {
   auto step =
       std::find_if(h.steps.begin(), h.steps.end(), [&](const HistoryStep& s) { return s.seq == seq; });
   if (step == h.steps.end()) return std::nullopt;
@@ -149,7 +207,35 @@ std::optional<EditSettings> PhotoLibrary::goToHistory(std::int64_t id, int seq) 
   const bool edited = !(step->settings == initialSettings(firstInt(rawRows) != 0));
   db_->run("UPDATE photos SET edits = ?, edited = ?, editDate = ?, histPos = ? WHERE id = ?",
            {encodedBlob(step->settings), edited ? 1 : 0, nowSeconds(), step->seq, id});
-  return step->settings;
+  return *step;
+}
+
+// Each move reads the position and writes the new one in one transaction:
+// another process moving or saving in between would otherwise be undone
+// from a stale position.
+std::optional<EditSettings> PhotoLibrary::goToHistory(std::int64_t id, int seq) {
+  std::optional<HistoryStep> step;
+  db_->transaction([&] { step = moveTo(id, seq, history(id)); });
+  if (!step) return std::nullopt;
+  return std::move(step->settings);
+}
+
+std::optional<HistoryStep> PhotoLibrary::undo(std::int64_t id) {
+  std::optional<HistoryStep> step;
+  db_->transaction([&] {
+    const EditHistory h = history(id);
+    if (h.position > 1) step = moveTo(id, h.position - 1, h);
+  });
+  return step;
+}
+
+std::optional<HistoryStep> PhotoLibrary::redo(std::int64_t id) {
+  std::optional<HistoryStep> step;
+  db_->transaction([&] {
+    const EditHistory h = history(id);
+    if (!h.steps.empty() && h.steps.back().seq > h.position) step = moveTo(id, h.position + 1, h);
+  });
+  return step;
 }
 
 std::vector<Snapshot> PhotoLibrary::snapshots(std::int64_t id) {
@@ -189,6 +275,18 @@ void PhotoLibrary::deleteSnapshot(std::int64_t snapshotId) {
   db_->run("DELETE FROM snapshots WHERE id = ?", {snapshotId});
 }
 
+std::optional<SettingsCommit> PhotoLibrary::applySnapshot(std::int64_t snapshotId) {
+  std::optional<SettingsCommit> result;
+  db_->transaction([&] {
+    const std::optional<Snapshot> s = snapshot(snapshotId);
+    if (!s) return;
+    const bool changed =
+        commitWithin(s->photo, settings(s->photo), s->settings, "Snapshot: " + s->name, nowSeconds());
+    result = editState(s->photo, changed);
+  });
+  return result;
+}
+
 std::vector<UserPreset> PhotoLibrary::userPresets() {
   std::vector<UserPreset> result;
   for (const SQLRow& row :
@@ -225,8 +323,10 @@ void PhotoLibrary::applyPresetSettings(const std::vector<std::int64_t>& ids, con
   const std::string step = "Preset: " + name;
   db_->transaction([&] {
     const double now = nowSeconds();
-    for (std::int64_t id : ids)
-      writeSettings(id, lumivale::applyPreset(settings(id), preset, groups), step, now);
+    for (std::int64_t id : ids) {
+      const EditSettings current = settings(id);
+      commitWithin(id, current, lumivale::applyPreset(current, preset, groups), step, now);
+    }
   });
 }
 
@@ -238,7 +338,8 @@ void PhotoLibrary::copySettings(std::int64_t from, const std::vector<std::int64_
     const double now = nowSeconds();
     for (std::int64_t id : to) {
       if (id == from) continue;
-      writeSettings(id, settings(id).merging(source, groups), step, now);
+      const EditSettings current = settings(id);
+      commitWithin(id, current, current.merging(source, groups), step, now);
     }
   });
 }

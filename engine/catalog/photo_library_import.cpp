@@ -3,8 +3,8 @@
 // Three phases. The catalogued paths are read once into a set, so files
 // already in the library are never opened again. Headers of the remaining
 // files are read in parallel, each into its own slot. Then every row goes in
-// on this thread inside one transaction: an import either lands whole or,
-// on an SQL error, not at all.
+// on this thread inside one transaction, with the folder's own row: an
+// import either lands whole or, on an SQL error, not at all.
 
 #include <algorithm>
 #include <chrono>
@@ -24,8 +24,7 @@ namespace {
 const char* const insertPhoto =
     "INSERT OR IGNORE INTO photos(path, folder, name, ext, size, width, height, capture, imported, camera, "
     "lens, iso, shutter, aperture, focal, raw)\nVALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)";
-const char* const insertKeyword =
-    "INSERT OR IGNORE INTO keywords(photo, word) VALUES((SELECT id FROM photos WHERE path = ?), ?)";
+const char* const insertKeyword = "INSERT OR IGNORE INTO keywords(photo, word) VALUES(?, ?)";
 
 // Progress is reported only at multiples of this many files handled.
 constexpr int progressStep = 50;
@@ -34,6 +33,12 @@ constexpr int progressStep = 50;
 
 ImportResult PhotoLibrary::importFiles(const std::vector<std::filesystem::path>& files,
                                        const ImportProgress& progress) {
+  return importListed(files, progress, std::nullopt);
+}
+
+ImportResult PhotoLibrary::importListed(const std::vector<std::filesystem::path>& files,
+                                        const ImportProgress& progress,
+                                        const std::optional<std::filesystem::path>& folder) {
   const auto start = std::chrono::steady_clock::now();
   ImportResult result;
 
@@ -61,16 +66,18 @@ ImportResult PhotoLibrary::importFiles(const std::vector<std::filesystem::path>&
     metas[i] = std::move(meta);
   });
 
-  ImportResult inserted = insertPhotos(work, metas, progress);
+  ImportResult inserted = insertPhotos(work, metas, progress, folder);
   result.added = inserted.added;
+  result.skipped += inserted.skipped;
   result.failed = inserted.failed;
   result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   return result;
 }
 
 ImportResult PhotoLibrary::insertPhotos(const std::vector<std::filesystem::path>& files,
-                                       const std::vector<std::optional<PhotoMeta>>& metas,
-                                       const ImportProgress& progress) {
+                                        const std::vector<std::optional<PhotoMeta>>& metas,
+                                        const ImportProgress& progress,
+                                        const std::optional<std::filesystem::path>& folder) {
   ImportResult result;
   const double importTime = nowSeconds();
   const int total = static_cast<int>(std::min(files.size(), metas.size()));
@@ -78,18 +85,33 @@ ImportResult PhotoLibrary::insertPhotos(const std::vector<std::filesystem::path>
     for (int i = 0; i < total; ++i) {
       const std::filesystem::path& path = files[i];
       if (const auto& meta = metas[i]) {
-        db_->run(insertPhoto, {path.string(), path.parent_path().string(), path.filename().string(),
-                               PhotoFormats::extension(path), meta->fileSize, meta->width, meta->height,
-                               SQLValue::optional(meta->capture), importTime, meta->camera, meta->lens,
-                               meta->iso, meta->shutter, meta->aperture, meta->focal,
-                               PhotoFormats::isRaw(path) ? 1 : 0});
-        for (const std::string& word : meta->keywords) db_->run(insertKeyword, {path.string(), word});
-        ++result.added;
+        const std::int64_t id = db_->run(
+            insertPhoto, {path.string(), path.parent_path().string(), path.filename().string(),
+                          PhotoFormats::extension(path), meta->fileSize, meta->width, meta->height,
+                          SQLValue::optional(meta->capture), importTime, meta->camera, meta->lens, meta->iso,
+                          meta->shutter, meta->aperture, meta->focal, PhotoFormats::isRaw(path) ? 1 : 0});
+        // The set of known paths was read before the headers; another
+        // import of the same files may have landed since. Its rows stand,
+        // and this import neither counts nor touches them.
+        if (db_->changes() == 0) {
+          ++result.skipped;
+        } else {
+          ++result.added;
+          for (const std::string& word : meta->keywords) {
+            std::string w = keywordForm(word);
+            if (!w.empty()) db_->run(insertKeyword, {id, w});
+          }
+        }
       } else {
         ++result.failed;
       }
       int handled = i + 1;
       if (progress && handled % progressStep == 0) progress(handled, total);
+    }
+    // In the same transaction: photos never land without their import
+    // folder, and a failure to record it leaves no photos behind.
+    if (folder) {
+      db_->run("INSERT OR IGNORE INTO folders(path, added) VALUES(?, ?)", {folder->string(), importTime});
     }
   });
   return result;
@@ -98,10 +120,7 @@ ImportResult PhotoLibrary::insertPhotos(const std::vector<std::filesystem::path>
 ImportResult PhotoLibrary::importFolder(const std::filesystem::path& folder, bool recursive,
                                         const ImportProgress& progress) {
   const std::filesystem::path root = standardizedPath(folder);
-  std::vector<std::filesystem::path> files = listPhotoFiles(root, recursive, folder_);
-  ImportResult result = importFiles(files, progress);
-  db_->run("INSERT OR IGNORE INTO folders(path, added) VALUES(?, ?)", {root.string(), nowSeconds()});
-  return result;
+  return importListed(listPhotoFiles(root, recursive, folder_), progress, root);
 }
 
 }  // namespace lumivale

@@ -16,23 +16,39 @@ std::int64_t firstInt(const std::vector<SQLRow>& rows, std::int64_t fallback = 0
   return rows.front().front().intValue().value_or(fallback);
 }
 
-// Keywords are compared and stored in one form so that "Sky", " sky " and
-// "sky" are one keyword.
-std::string normalisedWord(const std::string& word) { return lowercased(trimmed(word)); }
+// A list of ids as one JSON array, handed to a statement as a single
+// parameter and read back with json_each. A write over many photos is then
+// one statement: all or nothing by itself, and prepared once rather than
+// once per photo (100,000 separate statements, each its own transaction,
+// take seconds and can be cut off half done).
+std::string idArray(const std::vector<std::int64_t>& ids) {
+  std::string text = "[";
+  for (std::size_t i = 0; i < ids.size(); ++i) {
+    if (i) text += ',';
+    text += std::to_string(ids[i]);
+  }
+  text += ']';
+  return text;
+}
 
 }  // namespace
 
+std::string PhotoLibrary::keywordForm(const std::string& word) { return lowercased(trimmed(word)); }
+
 void PhotoLibrary::setRating(const std::vector<std::int64_t>& ids, int rating) {
-  rating = std::clamp(rating, 0, 5);
-  for (std::int64_t id : ids) db_->run("UPDATE photos SET rating = ? WHERE id = ?", {rating, id});
+  if (ids.empty()) return;
+  db_->run("UPDATE photos SET rating = ? WHERE id IN (SELECT value FROM json_each(?))",
+           {std::clamp(rating, 0, 5), idArray(ids)});
 }
 
 void PhotoLibrary::setFlag(const std::vector<std::int64_t>& ids, int flag) {
-  for (std::int64_t id : ids) db_->run("UPDATE photos SET flag = ? WHERE id = ?", {flag, id});
+  if (ids.empty()) return;
+  db_->run("UPDATE photos SET flag = ? WHERE id IN (SELECT value FROM json_each(?))", {flag, idArray(ids)});
 }
 
 void PhotoLibrary::setLabel(const std::vector<std::int64_t>& ids, const std::string& label) {
-  for (std::int64_t id : ids) db_->run("UPDATE photos SET label = ? WHERE id = ?", {label, id});
+  if (ids.empty()) return;
+  db_->run("UPDATE photos SET label = ? WHERE id IN (SELECT value FROM json_each(?))", {label, idArray(ids)});
 }
 
 std::vector<std::string> PhotoLibrary::keywords(std::int64_t id) {
@@ -55,24 +71,31 @@ std::vector<std::pair<std::string, int>> PhotoLibrary::allKeywords() {
 void PhotoLibrary::addKeywords(const std::vector<std::int64_t>& ids, const std::vector<std::string>& words) {
   std::vector<std::string> normalised;
   for (const std::string& word : words) {
-    std::string w = normalisedWord(word);
+    std::string w = keywordForm(word);
     // A blank keyword could never be typed back into a search or removed by
     // name from the keyword list, so it is not stored at all.
     if (!w.empty()) normalised.push_back(std::move(w));
   }
   if (ids.empty() || normalised.empty()) return;
+  // Only photos in the catalog get keywords: a row for an unknown id would
+  // be an orphan that no removal cleans up.
+  const std::string list = idArray(ids);
   db_->transaction([&] {
-    for (std::int64_t id : ids) {
-      for (const std::string& word : normalised) {
-        db_->run("INSERT OR IGNORE INTO keywords(photo, word) VALUES(?, ?)", {id, word});
-      }
+    for (const std::string& word : normalised) {
+      db_->run(
+          "INSERT OR IGNORE INTO keywords(photo, word) SELECT id, ? FROM photos "
+          "WHERE id IN (SELECT value FROM json_each(?))",
+          {word, list});
     }
   });
 }
 
-void PhotoLibrary::removeKeyword(const std::vector<std::int64_t>& ids, const std::string& word) {
-  std::string w = normalisedWord(word);
-  for (std::int64_t id : ids) db_->run("DELETE FROM keywords WHERE photo = ? AND word = ?", {id, w});
+int PhotoLibrary::removeKeyword(const std::vector<std::int64_t>& ids, const std::string& word) {
+  if (ids.empty()) return 0;
+  std::lock_guard hold(db_->lock());
+  db_->run("DELETE FROM keywords WHERE word = ? AND photo IN (SELECT value FROM json_each(?))",
+           {keywordForm(word), idArray(ids)});
+  return static_cast<int>(db_->changes());
 }
 
 std::vector<Collection> PhotoLibrary::collections() {
@@ -112,15 +135,17 @@ void PhotoLibrary::deleteCollection(std::int64_t id) {
 }
 
 void PhotoLibrary::addToCollection(std::int64_t id, const std::vector<std::int64_t>& photos) {
-  for (std::int64_t photo : photos) {
-    db_->run("INSERT OR IGNORE INTO collection_items(collection, photo) VALUES(?, ?)", {id, photo});
-  }
+  if (photos.empty()) return;
+  db_->run(
+      "INSERT OR IGNORE INTO collection_items(collection, photo) SELECT ?, id FROM photos "
+      "WHERE id IN (SELECT value FROM json_each(?))",
+      {id, idArray(photos)});
 }
 
 void PhotoLibrary::removeFromCollection(std::int64_t id, const std::vector<std::int64_t>& photos) {
-  for (std::int64_t photo : photos) {
-    db_->run("DELETE FROM collection_items WHERE collection = ? AND photo = ?", {id, photo});
-  }
+  if (photos.empty()) return;
+  db_->run("DELETE FROM collection_items WHERE collection = ? AND photo IN (SELECT value FROM json_each(?))",
+           {id, idArray(photos)});
 }
 
 std::set<std::int64_t> PhotoLibrary::collectionsContaining(std::int64_t photo) {
@@ -153,9 +178,12 @@ std::map<std::string, int> PhotoLibrary::folderCounts() {
 
 std::vector<std::int64_t> PhotoLibrary::missingPhotos(const std::vector<std::int64_t>& ids) {
   std::vector<std::int64_t> missing;
-  std::lock_guard hold(db_->lock());
-  for (std::int64_t id : ids) {
-    if (db_->query("SELECT 1 FROM photos WHERE id = ?", {id}).empty()) missing.push_back(id);
+  if (ids.empty()) return missing;
+  for (const SQLRow& row :
+       db_->query("SELECT j.value FROM json_each(?) j "
+                  "WHERE NOT EXISTS (SELECT 1 FROM photos WHERE id = j.value) ORDER BY j.key",
+                  {idArray(ids)})) {
+    if (auto id = row.at(0).intValue()) missing.push_back(*id);
   }
   return missing;
 }
@@ -169,12 +197,7 @@ void PhotoLibrary::remove(const std::vector<std::int64_t>& ids) {
   // up (collection, photo) pairs, with the batch's ids handed over as one
   // JSON array. snapshots has no index on photo at all and is cleared in one
   // pass for the whole batch.
-  std::string idList = "[";
-  for (std::size_t i = 0; i < ids.size(); ++i) {
-    if (i) idList += ',';
-    idList += std::to_string(ids[i]);
-  }
-  idList += ']';
+  const std::string idList = idArray(ids);
   db_->transaction([&] {
     for (std::int64_t id : ids) {
       db_->run("DELETE FROM keywords WHERE photo = ?", {id});

@@ -132,6 +132,11 @@ std::int64_t SQLiteDB::run(const std::string& sql, const std::vector<SQLValue>& 
   return sqlite3_last_insert_rowid(db);
 }
 
+std::int64_t SQLiteDB::changes() {
+  std::lock_guard guard(mutex);
+  return sqlite3_changes64(db);
+}
+
 void SQLiteDB::readColumn(sqlite3_stmt* stmt, int c, SQLValue& into) {
   switch (sqlite3_column_type(stmt, c)) {
     case SQLITE_INTEGER:

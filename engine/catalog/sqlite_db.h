@@ -97,6 +97,13 @@ class SQLiteDB {
   /// Throws "<sqlite message> — <sql>".
   std::int64_t run(const std::string& sql, const std::vector<SQLValue>& args = {});
 
+  /// The number of rows the connection's last INSERT, UPDATE or DELETE
+  /// changed (an INSERT OR IGNORE that hit an existing row changed none).
+  /// Only meaningful while the caller holds `lock()` or is inside
+  /// `transaction`, from the statement to this call, so that no other
+  /// thread's statement comes between.
+  std::int64_t changes();
+
   /// Runs one reading statement and returns every row. Never throws: a
   /// statement that does not prepare gives no rows, and a step error ends the
   /// list early with the rows read so far.

@@ -49,46 +49,4 @@ std::size_t EditSettings::hash() const {
   return h.value();
 }
 
-void hashInto(Hasher& h, const HSLBand& b) {
-  h.add(b.hue);
-  h.add(b.saturation);
-  h.add(b.luminance);
-}
-
-void hashInto(Hasher& h, const GradeWheel& w) {
-  h.add(w.hue);
-  h.add(w.saturation);
-  h.add(w.luminance);
-}
-
-void hashInto(Hasher& h, const EditSettings& s) {
-  h.add(s.version);
-  for (double v : {s.temperature, s.tint, s.exposure, s.contrast, s.highlights, s.shadows, s.whites, s.blacks,
-                   s.vibrance, s.saturation}) {
-    h.add(v);
-  }
-  h.add(s.blackAndWhite);
-  for (const ToneCurve* curve : {&s.curveRGB, &s.curveRed, &s.curveGreen, &s.curveBlue}) hashInto(h, *curve);
-  h.addCount(s.hsl.size());
-  for (const HSLBand& band : s.hsl) hashInto(h, band);
-  hashInto(h, s.gradeShadows);
-  hashInto(h, s.gradeMidtones);
-  hashInto(h, s.gradeHighlights);
-  for (double v :
-       {s.gradeBlending, s.gradeBalance, s.sharpenAmount, s.sharpenRadius, s.noiseLuminance, s.noiseColor}) {
-    h.add(v);
-  }
-  h.add(s.lensCorrection);
-  for (double v : {s.vignetteAmount, s.vignetteMidpoint, s.vignetteFeather, s.grainAmount, s.grainSize})
-    h.add(v);
-  h.add(s.rotateQuarterTurns);
-  h.add(s.flipHorizontal);
-  h.add(s.flipVertical);
-  h.add(s.straighten);
-  hashInto(h, s.crop);
-  h.add(std::string_view(s.cropAspect));
-  h.addCount(s.masks.size());
-  for (const PhotoMask& mask : s.masks) hashInto(h, mask);
-}
-
 }  // namespace lumivale

@@ -1,8 +1,11 @@
 #pragma once
 // Editing settings by field path: "exposure", "hsl.5.saturation",
 // "crop.w", "masks.0.adjust.exposure". A path names a key of the stored
-// form, then keys or indexes separated by dots; the value is JSON (or, for
-// a text field, any text as it stands).
+// form, then keys or indexes separated by dots; the value is JSON in the
+// stored form of what the path ends at, a whole record or list too
+// (curveRGB='{"points":[...]}'), or for a text field any text as it stands
+// that is not a JSON string. A value must be kept exactly as given: `hsl`
+// takes eight bands, and text must be UTF-8.
 
 #include <stdexcept>
 #include <string>

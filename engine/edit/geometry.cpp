@@ -77,13 +77,6 @@ CropRect CropRect::clamped() const {
   return r;
 }
 
-void hashInto(Hasher& h, const CropRect& r) {
-  h.add(r.x);
-  h.add(r.y);
-  h.add(r.w);
-  h.add(r.h);
-}
-
 // ---- CropAspect ----
 
 namespace CropAspect {

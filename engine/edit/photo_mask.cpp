@@ -1,6 +1,9 @@
 #include "engine/edit/photo_mask.h"
 
-#include "engine/edit/record_codec.h"
+#include <algorithm>
+#include <cctype>
+
+#include "engine/edit/record_fields.h"
 #include "engine/edit/uuid.h"
 
 namespace lumivale {
@@ -26,6 +29,16 @@ constexpr std::array<KindInfo, 6> kindInfo{{
 
 const KindInfo& info(MaskKind kind) { return kindInfo.at(static_cast<std::size_t>(kind)); }
 
+bool equalIgnoringCase(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+           return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+         });
+}
+
+bool allDigits(std::string_view text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
 }  // namespace
 
 const std::array<MaskKind, 6>& allMaskKinds() {
@@ -49,37 +62,41 @@ std::optional<MaskKind> maskKindFromKey(std::string_view text) {
 PhotoMask::PhotoMask(MaskKind kind, std::optional<std::string> name)
     : id(newUUID()), name(name ? std::move(*name) : std::string(title(kind))), kind(kind) {}
 
-void hashInto(Hasher& h, const MaskAdjust& a) {
-  for (double v :
-       {a.exposure, a.contrast, a.highlights, a.shadows, a.temperature, a.tint, a.saturation, a.sharpness}) {
-    h.add(v);
+std::size_t findMask(std::span<const PhotoMask> masks, std::string_view reference) {
+  if (reference.empty()) throw MaskLookupError("no mask given");
+  const std::string shown(reference);
+  for (std::size_t i = 0; i < masks.size(); ++i)
+    if (equalIgnoringCase(masks[i].id, reference)) return i;
+
+  if (allDigits(reference) && reference.size() <= 9) {
+    const std::size_t index = std::stoul(shown);
+    if (index < masks.size()) return index;
   }
-}
 
-void hashInto(Hasher& h, const BrushDab& d) {
-  for (double v : {d.x, d.y, d.radius, d.feather, d.flow}) h.add(v);
-  h.add(d.erase);
-}
-
-void hashInto(Hasher& h, const PhotoMask& m) {
-  h.add(std::string_view(m.id));
-  h.add(std::string_view(m.name));
-  h.add(static_cast<std::int64_t>(m.kind));
-  h.add(m.invert);
-  h.add(m.opacity);
-  hashInto(h, m.adjust);
-  for (double v : {m.x0, m.y0, m.x1, m.y1, m.cx, m.cy, m.rx, m.ry, m.feather}) h.add(v);
-  h.addCount(m.dabs.size());
-  for (const BrushDab& dab : m.dabs) hashInto(h, dab);
-  h.add(m.maskPNG.has_value());
-  if (m.maskPNG) h.add(std::string_view(reinterpret_cast<const char*>(m.maskPNG->data()), m.maskPNG->size()));
+  std::optional<std::size_t> found;
+  int matches = 0;
+  for (std::size_t i = 0; i < masks.size(); ++i) {
+    const std::string_view id = masks[i].id;
+    if (id.size() >= reference.size() && equalIgnoringCase(id.substr(0, reference.size()), reference)) {
+      found = i;
+      ++matches;
+    }
+  }
+  if (matches == 1) return *found;
+  if (matches > 1)
+    throw MaskLookupError("\"" + shown + "\" is the start of " + std::to_string(matches) +
+                          " mask ids; give more of the id");
+  if (masks.empty()) throw MaskLookupError("the photo has no masks");
+  throw MaskLookupError("no mask \"" + shown +
+                        "\": give its id, the start of its id, or its position from 0 to " +
+                        std::to_string(masks.size() - 1));
 }
 
 namespace codec {
 
 namespace {
 
-constexpr auto maskAdjustFields = sortedByKey(std::array{
+constexpr auto maskAdjustFields = recordTable(std::array{
     field<&MaskAdjust::exposure>("exposure"),
     field<&MaskAdjust::contrast>("contrast"),
     field<&MaskAdjust::highlights>("highlights"),
@@ -90,7 +107,7 @@ constexpr auto maskAdjustFields = sortedByKey(std::array{
     field<&MaskAdjust::sharpness>("sharpness"),
 });
 
-constexpr auto brushDabFields = sortedByKey(std::array{
+constexpr auto brushDabFields = recordTable(std::array{
     field<&BrushDab::x>("x"),
     field<&BrushDab::y>("y"),
     field<&BrushDab::radius>("radius"),
@@ -100,7 +117,7 @@ constexpr auto brushDabFields = sortedByKey(std::array{
 });
 
 // Every key is required except `maskPNG`, which is written only when present.
-constexpr auto photoMaskFields = sortedByKey(std::array{
+constexpr auto photoMaskFields = recordTable(std::array{
     field<&PhotoMask::id>("id"),
     field<&PhotoMask::name>("name"),
     field<&PhotoMask::kind>("kind"),
@@ -119,7 +136,6 @@ constexpr auto photoMaskFields = sortedByKey(std::array{
     field<&PhotoMask::dabs>("dabs"),
     field<&PhotoMask::maskPNG>("maskPNG"),
 });
-static_assert(keysAreUnique(photoMaskFields));
 
 }  // namespace
 
@@ -133,15 +149,14 @@ bool Codec<MaskKind>::read(JsonReader& r, MaskKind& out) {
 }
 void Codec<MaskKind>::write(JsonWriter& w, const MaskKind& v) { w.value(key(v)); }
 
-bool Codec<MaskAdjust>::read(JsonReader& r, MaskAdjust& out) { return readRecord(r, out, maskAdjustFields); }
-void Codec<MaskAdjust>::write(JsonWriter& w, const MaskAdjust& v) { writeRecord(w, v, maskAdjustFields); }
-
-bool Codec<BrushDab>::read(JsonReader& r, BrushDab& out) { return readRecord(r, out, brushDabFields); }
-void Codec<BrushDab>::write(JsonWriter& w, const BrushDab& v) { writeRecord(w, v, brushDabFields); }
-
-bool Codec<PhotoMask>::read(JsonReader& r, PhotoMask& out) { return readRecord(r, out, photoMaskFields); }
-void Codec<PhotoMask>::write(JsonWriter& w, const PhotoMask& v) { writeRecord(w, v, photoMaskFields); }
+LUMIVALE_FIELDS_OF(MaskAdjust, maskAdjustFields)
+LUMIVALE_FIELDS_OF(BrushDab, brushDabFields)
+LUMIVALE_FIELDS_OF(PhotoMask, photoMaskFields)
 
 }  // namespace codec
+
+void hashInto(Hasher& h, const MaskAdjust& a) { codec::hashRecord(h, a); }
+void hashInto(Hasher& h, const BrushDab& d) { codec::hashRecord(h, d); }
+void hashInto(Hasher& h, const PhotoMask& m) { codec::hashRecord(h, m); }
 
 }  // namespace lumivale

@@ -12,6 +12,8 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -89,6 +91,22 @@ struct PhotoMask {
 
   bool operator==(const PhotoMask&) const = default;
 };
+
+/// No mask of a list matches what the user typed. The message is one line,
+/// fit to show to the user.
+class MaskLookupError : public std::runtime_error {
+ public:
+  explicit MaskLookupError(const std::string& description) : std::runtime_error(description) {}
+};
+
+/// The mask the user means by `reference`, as an index into `masks`:
+/// 1. a mask whose id equals the reference (ignoring case);
+/// 2. else, when the reference is decimal digits only, the mask at that
+///    0-based position in the list, if there is one;
+/// 3. else the one mask whose id starts with the reference (ignoring case).
+/// Throws MaskLookupError when the reference is empty, matches no mask, or
+/// is a prefix of several ids.
+std::size_t findMask(std::span<const PhotoMask> masks, std::string_view reference);
 
 void hashInto(Hasher& h, const MaskAdjust& a);
 void hashInto(Hasher& h, const BrushDab& d);

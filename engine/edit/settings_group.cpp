@@ -3,57 +3,32 @@
 #include <algorithm>
 #include <vector>
 
-#include "engine/edit/edit_settings.h"
-#include "engine/edit/uuid.h"
+#include "engine/edit/record_fields.h"
 
 namespace lumivale {
 
 namespace {
 
-using E = EditSettings;
-
-// Copies `fields` from one record to another.
-template <auto... fields>
-void copyFields(const EditSettings& from, EditSettings& to) {
-  ((to.*fields = from.*fields), ...);
-}
-
-// Masks pasted onto another photo must never share ids with their source:
-// every copy gets a fresh one.
-void copyMasks(const EditSettings& from, EditSettings& to) {
-  to.masks = from.masks;
-  for (PhotoMask& mask : to.masks) mask.id = newUUID();
-}
-
 struct GroupInfo {
   std::string_view raw;
   std::string_view title;
-  void (*copy)(const EditSettings& from, EditSettings& to);  ///< the group's fields
 };
 
-// Indexed by the enumeration's value. Merging and the changed groups both
-// go through `copy`, so a field is in exactly the groups listed here.
+// Indexed by the enumeration's value. Which fields a group holds is said by
+// the settings' field table.
 constexpr std::array<GroupInfo, 12> groupInfo{{
-    {"whiteBalance", "White Balance", copyFields<&E::temperature, &E::tint>},
-    {"light", "Light (Exposure \u2192 Blacks)",
-     copyFields<&E::exposure, &E::contrast, &E::highlights, &E::shadows, &E::whites, &E::blacks>},
-    {"presence", "Vibrance & Saturation", copyFields<&E::vibrance, &E::saturation>},
-    {"toneCurve", "Tone Curve", copyFields<&E::curveRGB, &E::curveRed, &E::curveGreen, &E::curveBlue>},
-    {"colorMixer", "Color Mixer (HSL)", copyFields<&E::hsl>},
-    {"colorGrading", "Color Grading",
-     copyFields<&E::gradeShadows, &E::gradeMidtones, &E::gradeHighlights, &E::gradeBlending,
-                &E::gradeBalance>},
-    {"detail", "Sharpening & Noise Reduction",
-     copyFields<&E::sharpenAmount, &E::sharpenRadius, &E::noiseLuminance, &E::noiseColor>},
-    {"lens", "Lens Corrections", copyFields<&E::lensCorrection>},
-    {"effects", "Vignette & Grain",
-     copyFields<&E::vignetteAmount, &E::vignetteMidpoint, &E::vignetteFeather, &E::grainAmount,
-                &E::grainSize>},
-    {"treatment", "Black & White", copyFields<&E::blackAndWhite>},
-    {"geometry", "Crop, Straighten, Rotate & Flip",
-     copyFields<&E::rotateQuarterTurns, &E::flipHorizontal, &E::flipVertical, &E::straighten, &E::crop,
-                &E::cropAspect>},
-    {"masks", "Masks", copyMasks},
+    {"whiteBalance", "White Balance"},
+    {"light", "Light (Exposure \u2192 Blacks)"},
+    {"presence", "Vibrance & Saturation"},
+    {"toneCurve", "Tone Curve"},
+    {"colorMixer", "Color Mixer (HSL)"},
+    {"colorGrading", "Color Grading"},
+    {"detail", "Sharpening & Noise Reduction"},
+    {"lens", "Lens Corrections"},
+    {"effects", "Vignette & Grain"},
+    {"treatment", "Black & White"},
+    {"geometry", "Crop, Straighten, Rotate & Flip"},
+    {"masks", "Masks"},
 }};
 
 const GroupInfo& info(SettingsGroup group) { return groupInfo.at(static_cast<std::size_t>(group)); }
@@ -118,17 +93,16 @@ std::set<SettingsGroup> groupsFromText(std::optional<std::string_view> text) {
 
 EditSettings EditSettings::merging(const EditSettings& other, const std::set<SettingsGroup>& groups) const {
   EditSettings result = *this;
-  for (SettingsGroup group : groups) info(group).copy(other, result);
+  for (const auto& f : codec::fieldsOf<EditSettings>().fields) {
+    if (f.group && groups.count(*f.group)) f.transfer(other, result);
+  }
   return result;
 }
 
 std::set<SettingsGroup> EditSettings::changedGroups() const {
-  const EditSettings& defaults = blank();
   std::set<SettingsGroup> changed;
-  for (SettingsGroup group : allSettingsGroups()) {
-    EditSettings merged = defaults;
-    info(group).copy(*this, merged);
-    if (merged != defaults) changed.insert(group);
+  for (const auto& f : codec::fieldsOf<EditSettings>().fields) {
+    if (f.group && !f.equal(*this, blank())) changed.insert(*f.group);
   }
   return changed;
 }

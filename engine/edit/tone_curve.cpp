@@ -114,14 +114,4 @@ double CurveEvaluator::evaluate(double x) const noexcept {
          h * (t3 - t2) * tangents[hi];
 }
 
-void hashInto(Hasher& h, const CurvePoint& p) {
-  h.add(p.x);
-  h.add(p.y);
-}
-
-void hashInto(Hasher& h, const ToneCurve& c) {
-  h.addCount(c.points.size());
-  for (const CurvePoint& p : c.points) hashInto(h, p);
-}
-
 }  // namespace lumivale

@@ -1,27 +1,11 @@
 #include "engine/render/mask_files.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cmath>
 
 #include "engine/media/png_file.h"
 #include "engine/media/safe_file.h"
 
 namespace lumivale {
-
-namespace {
-
-bool equalIgnoringCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
-         });
-}
-
-bool allDigits(std::string_view text) {
-  return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
-}
-
-}  // namespace
 
 MaskBitmap maskBitmapFromImageFile(const std::filesystem::path& file) {
   GreyImage image;
@@ -67,36 +51,6 @@ std::vector<std::pair<std::string_view, double>> nonZeroAdjustments(const MaskAd
   for (const auto& field : fields)
     if (field.second != 0) result.push_back(field);  // NaN is not zero: it shows
   return result;
-}
-
-std::size_t findMask(std::span<const PhotoMask> masks, std::string_view reference) {
-  if (reference.empty()) throw MaskImageError("no mask given");
-  const std::string shown(reference);
-  for (std::size_t i = 0; i < masks.size(); ++i)
-    if (equalIgnoringCase(masks[i].id, reference)) return i;
-
-  if (allDigits(reference) && reference.size() <= 9) {
-    const std::size_t index = std::stoul(shown);
-    if (index < masks.size()) return index;
-  }
-
-  std::optional<std::size_t> found;
-  int matches = 0;
-  for (std::size_t i = 0; i < masks.size(); ++i) {
-    const std::string_view id = masks[i].id;
-    if (id.size() >= reference.size() && equalIgnoringCase(id.substr(0, reference.size()), reference)) {
-      found = i;
-      ++matches;
-    }
-  }
-  if (matches == 1) return *found;
-  if (matches > 1)
-    throw MaskImageError("\"" + shown + "\" is the start of " + std::to_string(matches) +
-                         " mask ids; give more of the id");
-  if (masks.empty()) throw MaskImageError("the photo has no masks");
-  throw MaskImageError("no mask \"" + shown +
-                       "\": give its id, the start of its id, or its position from 0 to " +
-                       std::to_string(masks.size() - 1));
 }
 
 }  // namespace lumivale

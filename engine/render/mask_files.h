@@ -1,7 +1,7 @@
 #pragma once
 // Masks from image files, and the small lookups the mask commands need:
 // bringing a coverage PNG made by another tool in as a smart mask's stored
-// bitmap, and finding a mask of a photo by what the user typed.
+// bitmap, and the adjustments a mask makes.
 //
 // Only PNG files are read, whatever their name says: a mask is exact coverage,
 // and a lossy or colour-managed format would not keep it so.
@@ -21,9 +21,8 @@
 
 namespace lumivale {
 
-/// A mask bitmap could not be read from or written to a file, a mask has no
-/// bitmap to give, or no mask matches what the user typed. The message is one
-/// line, fit to show to the user.
+/// A mask bitmap could not be read from or written to a file, or a mask has
+/// no bitmap to give. The message is one line, fit to show to the user.
 class MaskImageError : public std::runtime_error {
  public:
   explicit MaskImageError(const std::string& description) : std::runtime_error(description) {}
@@ -62,14 +61,5 @@ PhotoMask smartMaskFromBitmap(const MaskBitmap& bitmap, MaskKind kind,
 /// The adjustments of `adjust` that are not zero, in field order, each with
 /// its stored key ("exposure", "contrast", ..., "sharpness").
 std::vector<std::pair<std::string_view, double>> nonZeroAdjustments(const MaskAdjust& adjust);
-
-/// The mask the user means by `reference`, as an index into `masks`:
-/// 1. a mask whose id equals the reference (ignoring case);
-/// 2. else, when the reference is decimal digits only, the mask at that
-///    0-based position in the list, if there is one;
-/// 3. else the one mask whose id starts with the reference (ignoring case).
-/// Throws MaskImageError when the reference is empty, matches no mask, or
-/// is a prefix of several ids.
-std::size_t findMask(std::span<const PhotoMask> masks, std::string_view reference);
 
 }  // namespace lumivale

@@ -12,6 +12,9 @@
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
 #include <hwy/highway.h>
 
+#include "engine/render/cube_lookup-inl.h"
+#include "engine/render/simd_loops-inl.h"
+
 #ifndef LUMIVALE_TONE_PASS_TABLES
 #define LUMIVALE_TONE_PASS_TABLES
 namespace lumivale::tone_pass_detail {
@@ -45,25 +48,6 @@ inline const Tables& tables() {
   return t;
 }
 
-// The scalar form of the pass for one colour; the vector code does the same
-// arithmetic lane by lane.
-inline float clamp01(float v) { return v > 0 ? (v < 1 ? v : 1) : 0; }
-
-inline float root(const Tables& t, float x) {
-  const std::uint32_t bits = std::bit_cast<std::uint32_t>(x);
-  const std::int32_t index = std::int32_t(bits >> 16) - std::int32_t(rootBase);
-  if (index < 0) return 0;
-  const float fraction = float(bits & 0xFFFF) * (1.0f / 65536);
-  return t.root[std::size_t(index)] + fraction * (t.root[std::size_t(index) + 1] - t.root[std::size_t(index)]);
-}
-
-inline float power(const Tables& t, float y) {
-  const float p = clamp01(y) * powSteps;
-  const int index = int(p);
-  const float fraction = p - float(index);
-  return t.power[std::size_t(index)] + fraction * (t.power[std::size_t(index) + 1] - t.power[std::size_t(index)]);
-}
-
 }  // namespace lumivale::tone_pass_detail
 #endif
 
@@ -71,143 +55,77 @@ HWY_BEFORE_NAMESPACE();
 namespace lumivale::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 using namespace tone_pass_detail;
+using namespace lumivale::simd::HWY_NAMESPACE;
 
-void PassRow(const TonePass& pass, const float* HWY_RESTRICT in, const float* HWY_RESTRICT mask,
-             float* HWY_RESTRICT out, int width) {
+void PassRow(const TonePass& pass, const float* in, const float* mask, float* out, int width) {
   const Tables& t = tables();
   const hn::ScalableTag<float> d;
   const hn::RebindToSigned<decltype(d)> di;
-  const int lanes = int(hn::Lanes(d));
+  using V = hn::Vec<decltype(d)>;
+  const std::size_t lanes = hn::Lanes(d);
   const float* cube = pass.cube ? pass.cube->data() : nullptr;
   const int n = pass.dimension;
-  const float scale = pass.gain * (pass.domain == LUTDomain::scene ? 0.25f : 1.0f);
-  const float last = float(n - 2);
+  const V gain = hn::Set(d, pass.gain);
+  const V scale = hn::Set(d, pass.gain * (pass.domain == LUTDomain::scene ? 0.25f : 1.0f));
+  const V zero = hn::Zero(d), one = hn::Set(d, 1.0f);
+  const V steps = hn::Set(d, float(powSteps));
+  const V fracScale = hn::Set(d, 1.0f / 65536);
+  const auto low16 = hn::Set(di, 0xFFFF);
+  const auto base = hn::Set(di, std::int32_t(rootBase));
 
-  int x = 0;
-  if (cube) {
-    const auto vScale = hn::Set(d, scale);
-    const auto zero = hn::Zero(d);
-    const auto one = hn::Set(d, 1.0f);
-    const auto vLast = hn::Set(d, last);
-    const auto vSpan = hn::Set(d, float(n - 1));
-    const auto vSteps = hn::Set(d, float(powSteps));
-    const auto fracScale = hn::Set(d, 1.0f / 65536);
-    const auto low16 = hn::Set(di, 0xFFFF);
-    const auto base = hn::Set(di, std::int32_t(rootBase));
-    const auto strideG = hn::Set(di, 4 * n);
-    const auto strideB = hn::Set(di, 4 * n * n);
-    const auto four = hn::Set(di, 4);
+  // Clamped (NaN as 0), then raised to 1/2.2 through the exponent-indexed table.
+  const auto rootOf = [&](V v) {
+    v = hn::Min(hn::Max(hn::IfThenZeroElse(hn::IsNaN(v), v), zero), one);
+    const auto bits = hn::BitCast(di, v);
+    const auto index = hn::Sub(hn::ShiftRight<16>(bits), base);
+    const auto valid = hn::Gt(index, hn::Set(di, -1));
+    const auto safe = hn::Max(index, hn::Zero(di));
+    const V fraction = hn::Mul(hn::ConvertTo(d, hn::And(bits, low16)), fracScale);
+    const V lo = hn::GatherIndex(d, t.root.data(), safe);
+    const V hi = hn::GatherIndex(d, t.root.data() + 1, safe);
+    return hn::IfThenElseZero(hn::RebindMask(d, valid), hn::MulAdd(fraction, hn::Sub(hi, lo), lo));
+  };
+  // Raised to 2.2 through the even table (the cube's values lie in 0 … 1).
+  const auto powerOf = [&](V y) {
+    const V p = hn::Mul(hn::Min(hn::Max(y, zero), one), steps);
+    const auto index = hn::ConvertTo(di, p);  // truncates; p ≥ 0
+    const V fraction = hn::Sub(p, hn::ConvertTo(d, index));
+    const V lo = hn::GatherIndex(d, t.power.data(), index);
+    const V hi = hn::GatherIndex(d, t.power.data() + 1, index);
+    return hn::MulAdd(fraction, hn::Sub(hi, lo), lo);
+  };
 
-    // Clamped, then raised to 1/2.2 through the exponent-indexed table.
-    auto rootOf = [&](auto v) {
-      v = hn::IfThenElseZero(hn::Eq(v, v), v);  // NaN as 0
-      v = hn::Min(hn::Max(v, zero), one);
-      const auto bits = hn::BitCast(di, v);
-      const auto index = hn::Sub(hn::ShiftRight<16>(bits), base);
-      const auto valid = hn::Gt(index, hn::Set(di, -1));
-      const auto safe = hn::Max(index, hn::Zero(di));
-      const auto fraction = hn::Mul(hn::ConvertTo(d, hn::And(bits, low16)), fracScale);
-      const auto lo = hn::GatherIndex(d, t.root.data(), safe);
-      const auto hi = hn::GatherIndex(d, t.root.data() + 1, safe);
-      return hn::IfThenElseZero(hn::RebindMask(d, valid), hn::MulAdd(fraction, hn::Sub(hi, lo), lo));
-    };
-    auto powerOf = [&](auto y) {
-      const auto p = hn::Mul(hn::Min(hn::Max(y, zero), one), vSteps);
-      const auto index = hn::ConvertTo(di, p);  // truncates; p ≥ 0
-      const auto fraction = hn::Sub(p, hn::ConvertTo(d, index));
-      const auto lo = hn::GatherIndex(d, t.power.data(), index);
-      const auto hi = hn::GatherIndex(d, t.power.data() + 1, index);
-      return hn::MulAdd(fraction, hn::Sub(hi, lo), lo);
-    };
-    // Grid position of a coordinate: the cell's first index (0 … n − 2) and
-    // the fraction within it (0 … 1).
-    auto cell = [&](auto c, auto& index) {
-      const auto p = hn::Mul(c, vSpan);
-      const auto i = hn::Min(hn::Floor(p), vLast);
-      index = hn::ConvertTo(di, i);
-      return hn::Sub(p, i);
-    };
-
-    for (; x + lanes <= width; x += lanes) {
-      hn::Vec<decltype(d)> r, g, b;
-      hn::LoadInterleaved3(d, in + 3 * x, r, g, b);
-      hn::Vec<decltype(di)> ir, ig, ib;
-      const auto fr = cell(rootOf(hn::Mul(r, vScale)), ir);
-      const auto fg = cell(rootOf(hn::Mul(g, vScale)), ig);
-      const auto fb = cell(rootOf(hn::Mul(b, vScale)), ib);
-      const auto origin = hn::Add(hn::Add(hn::Mul(ir, four), hn::Mul(ig, strideG)), hn::Mul(ib, strideB));
-      hn::Vec<decltype(d)> result[3];
-      for (int channel = 0; channel < 3; ++channel) {
-        const float* c = cube + channel;
-        auto at = [&](int dr, int dg, int db) {
-          return hn::GatherIndex(d, c + 4 * (dr + n * (dg + n * db)), origin);
-        };
-        // Along red, then green, then blue.
-        const auto c00 = hn::MulAdd(fr, hn::Sub(at(1, 0, 0), at(0, 0, 0)), at(0, 0, 0));
-        const auto c10 = hn::MulAdd(fr, hn::Sub(at(1, 1, 0), at(0, 1, 0)), at(0, 1, 0));
-        const auto c01 = hn::MulAdd(fr, hn::Sub(at(1, 0, 1), at(0, 0, 1)), at(0, 0, 1));
-        const auto c11 = hn::MulAdd(fr, hn::Sub(at(1, 1, 1), at(0, 1, 1)), at(0, 1, 1));
-        const auto c0 = hn::MulAdd(fg, hn::Sub(c10, c00), c00);
-        const auto c1 = hn::MulAdd(fg, hn::Sub(c11, c01), c01);
-        result[channel] = powerOf(hn::MulAdd(fb, hn::Sub(c1, c0), c0));
-      }
-      if (mask) {
-        const auto m = hn::LoadU(d, mask + x);
-        result[0] = hn::MulAdd(m, hn::Sub(result[0], r), r);
-        result[1] = hn::MulAdd(m, hn::Sub(result[1], g), g);
-        result[2] = hn::MulAdd(m, hn::Sub(result[2], b), b);
-      }
-      hn::StoreInterleaved3(result[0], result[1], result[2], d, out + 3 * x);
-    }
-  } else {
-    const auto gain = hn::Set(d, pass.gain);
-    for (; x + lanes <= width; x += lanes) {
-      hn::Vec<decltype(d)> r, g, b;
-      hn::LoadInterleaved3(d, in + 3 * x, r, g, b);
-      auto nr = hn::Mul(r, gain), ng = hn::Mul(g, gain), nb = hn::Mul(b, gain);
-      if (mask) {
-        const auto m = hn::LoadU(d, mask + x);
-        nr = hn::MulAdd(m, hn::Sub(nr, r), r);
-        ng = hn::MulAdd(m, hn::Sub(ng, g), g);
-        nb = hn::MulAdd(m, hn::Sub(nb, b), b);
-      }
-      hn::StoreInterleaved3(nr, ng, nb, d, out + 3 * x);
-    }
-  }
-
-  // The last pixels, fewer than a vector, one at a time with the same steps.
-  for (; x < width; ++x) {
-    float source[3] = {in[3 * x], in[3 * x + 1], in[3 * x + 2]};
-    float result[3];
-    if (!cube) {
-      for (int c = 0; c < 3; ++c) result[c] = source[c] * pass.gain;
+  HWY_ALIGN float looked[maxLanes * 3 + 1];
+  const auto group = [&](const float* at, const float* m, float* o) {
+    V r, g, b;
+    hn::LoadInterleaved3(d, at, r, g, b);
+    // Where a local mask covers nothing, the pixels stay as they are.
+    if (m && hn::AllTrue(d, hn::Eq(hn::LoadU(d, m), zero))) return hn::StoreInterleaved3(r, g, b, d, o);
+    V nr, ng, nb;
+    if (cube) {
+      LookupGroup(d, rootOf(hn::Mul(r, scale)), rootOf(hn::Mul(g, scale)), rootOf(hn::Mul(b, scale)), cube, n,
+                  looked);
+      hn::LoadInterleaved3(d, looked, nr, ng, nb);
+      nr = powerOf(nr), ng = powerOf(ng), nb = powerOf(nb);
     } else {
-      int index[3];
-      float fraction[3];
-      for (int c = 0; c < 3; ++c) {
-        const float v = source[c] * scale;
-        const float p = root(t, clamp01(v == v ? v : 0)) * float(n - 1);
-        const float i = std::min(std::floor(p), last);
-        index[c] = int(i);
-        fraction[c] = p - i;
-      }
-      const int origin = 4 * (index[0] + n * (index[1] + n * index[2]));
-      for (int c = 0; c < 3; ++c) {
-        auto at = [&](int dr, int dg, int db) { return cube[origin + c + 4 * (dr + n * (dg + n * db))]; };
-        const float c00 = at(0, 0, 0) + fraction[0] * (at(1, 0, 0) - at(0, 0, 0));
-        const float c10 = at(0, 1, 0) + fraction[0] * (at(1, 1, 0) - at(0, 1, 0));
-        const float c01 = at(0, 0, 1) + fraction[0] * (at(1, 0, 1) - at(0, 0, 1));
-        const float c11 = at(0, 1, 1) + fraction[0] * (at(1, 1, 1) - at(0, 1, 1));
-        const float c0 = c00 + fraction[1] * (c10 - c00);
-        const float c1 = c01 + fraction[1] * (c11 - c01);
-        result[c] = power(t, c0 + fraction[2] * (c1 - c0));
-      }
+      nr = hn::Mul(r, gain), ng = hn::Mul(g, gain), nb = hn::Mul(b, gain);
     }
-    for (int c = 0; c < 3; ++c) {
-      const float m = mask ? mask[x] : 1.0f;
-      out[3 * x + c] = mask ? source[c] + m * (result[c] - source[c]) : result[c];
+    if (m) {
+      const V k = hn::LoadU(d, m);
+      nr = hn::MulAdd(k, hn::Sub(nr, r), r);
+      ng = hn::MulAdd(k, hn::Sub(ng, g), g);
+      nb = hn::MulAdd(k, hn::Sub(nb, b), b);
     }
+    hn::StoreInterleaved3(nr, ng, nb, d, o);
+  };
+  if (mask) {
+    forEachGroup<2>(d, {in, mask}, {3, 1}, out, 3, std::size_t(width),
+                    [&](const std::array<const float*, 2>& at, float* o) { group(at[0], at[1], o); });
+  } else {
+    forEachGroup<1>(d, {in}, {3}, out, 3, std::size_t(width),
+                    [&](const std::array<const float*, 1>& at, float* o) { group(at[0], nullptr, o); });
   }
+  (void)lanes;
 }
 
 }  // namespace lumivale::HWY_NAMESPACE

@@ -11,8 +11,8 @@
 #include "engine/catalog/photo_meta.h"
 #include "engine/util/clock.h"
 #include "tests/support/errors.h"
+#include "tests/support/library.h"
 #include "tests/support/sample_photos.h"
-#include "tests/support/temp_dir.h"
 
 using namespace lumivale;
 namespace fs = std::filesystem;
@@ -94,7 +94,8 @@ TEST_F(ImportTest, StoresEveryFactOfTheNewPhotos) {
   const fs::path jpegPath = root / "Trip 'Nord' \"2023\"/Ölberg 1.JPG";
   test::SampleTags tags{.make = "NIKON CORPORATION", .model = "NIKON Z 6", .lens = "NIKKOR Z 50mm f/1.8 S"};
   tags.dateTimeOriginal = "2023:06:01 12:34:56", tags.exposure = {{1, 125}}, tags.fNumber = {{18, 10}};
-  tags.focal = {{50, 1}}, tags.iso = 400, tags.orientation = 6, tags.keywords = {" Sky ", "Sea", "", "Sky"};
+  tags.focal = {{50, 1}}, tags.iso = 400, tags.orientation = 6;
+  tags.keywords = {" Sky ", "Sea", "", "Sky", "CT", "Ardea alba", "sky"};
   test::writePhoto(jpegPath, 30, 20, tags);
   test::writeDng(root / "raw/IMG_0002.dng", {.make = "Canon", .model = "Canon EOS R5"});
 
@@ -120,10 +121,11 @@ TEST_F(ImportTest, StoresEveryFactOfTheNewPhotos) {
   EXPECT_EQ(std::tuple(dng.ext, dng.isRaw, dng.camera, dng.iso),
             std::tuple("dng", true, "Canon EOS R5", 400));
 
-  // New photos have no settings yet; keywords are stored trimmed, once each.
+  // New photos have no settings yet; keywords are stored as typed ones
+  // are, trimmed and in lower case, once each, so they can be removed by name.
   EXPECT_EQ(column("SELECT COUNT(*) || '' FROM photos WHERE edits IS NULL AND histPos = 0"), Names{"2"});
-  EXPECT_EQ(column("SELECT word FROM keywords WHERE photo = ? ORDER BY word", {jpg.id}),
-            (Names{"Sea", "Sky"}));
+  EXPECT_EQ(library.keywords(jpg.id), (Names{"ardea alba", "ct", "sea", "sky"}));
+  EXPECT_EQ(library.removeKeyword({jpg.id}, "CT"), 1);
 }
 
 TEST_F(ImportTest, ASecondImportAddsNothingAndRecordsTheFolderOnce) {
@@ -226,13 +228,35 @@ TEST_F(ImportTest, RefusesAFolderThatCannotBeListedAndAnSqlErrorUndoesEverything
   test::writePhoto(root / "a.jpg", 8, 8, {.keywords = {"kept?"}});
   jpeg(root / "b.jpg");
   jpeg(root / "c.jpg");
-  library.db().exec(
-      "CREATE TRIGGER refuse BEFORE INSERT ON photos WHEN NEW.name = 'c.jpg' "
-      "BEGIN SELECT RAISE(ABORT, 'no room for c'); END;");
-  EXPECT_TRUE(test::throwsWith<SQLError>([&] { library.importFolder(root, true); }, "no room for c"));
-  EXPECT_EQ(library.count(), 0);
-  EXPECT_TRUE(library.db().query("SELECT * FROM keywords").empty());
-  EXPECT_TRUE(library.db().query("SELECT * FROM folders").empty());
-  library.db().exec("DROP TRIGGER refuse");
+  // A photo row or the folder's own row that cannot be written: the import
+  // fails whole, and no photo lands without its folder.
+  const std::string before = test::dumpCatalog(library);
+  for (const char* refusal :
+       {"BEFORE INSERT ON photos WHEN NEW.name = 'c.jpg'", "BEFORE INSERT ON folders"}) {
+    SCOPED_TRACE(refusal);
+    library.db().exec(std::string("CREATE TRIGGER refuse ") + refusal +
+                      " BEGIN SELECT RAISE(ABORT, 'no room'); END");
+    EXPECT_TRUE(test::throwsWith<SQLError>([&] { library.importFolder(root, true); }, "no room"));
+    EXPECT_EQ(test::dumpCatalog(library), before);
+    library.db().exec("DROP TRIGGER refuse");
+  }
   EXPECT_EQ(library.importFolder(root, true).added, 3);
+  EXPECT_EQ(column("SELECT path FROM folders"), Names{root.string()});
+}
+
+// Two imports of one folder at once: both list and read the same new files,
+// and whichever inserts second finds the rows there. It must neither count
+// them as added nor give the other import's photos its keywords.
+TEST_F(ImportTest, AnImportThatFindsItsRowsAlreadyInsertedCountsThemAsSkipped) {
+  const std::vector<fs::path> files{root / "a.jpg", root / "b.jpg"};
+  PhotoMeta meta{.width = 8, .height = 8};
+  meta.keywords = {"first"};
+  std::vector<std::optional<PhotoMeta>> metas{meta, std::nullopt};
+  EXPECT_EQ(library.insertPhotos(files, metas), (ImportResult{1, 0, 1, 0}));
+  meta.keywords = {"second"};
+  metas = {meta, meta};
+  EXPECT_EQ(library.insertPhotos(files, metas, {}, root), (ImportResult{1, 1, 0, 0}));
+  EXPECT_EQ(column("SELECT word || ' ' || photo FROM keywords ORDER BY photo"),
+            (Names{"first 1", "second 2"}));
+  EXPECT_EQ(column("SELECT path FROM folders"), Names{root.string()});
 }

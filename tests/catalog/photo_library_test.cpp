@@ -61,16 +61,12 @@ TEST(PhotoLibraryTest, RecordMapsEveryColumnAndDefaultsNullsAndOddValues) {
       "iso, "
       "shutter, aperture, focal, rating, flag, label, raw, edited, editDate) VALUES('/a/IMG_1.CR3', '/a', "
       "'IMG_1.CR3', 'cr3', 123456, 6000, 4000, 1.6e9, 1.7e9, 'Canon EOS R5', 'RF24-70mm', 400, 0.004, 2.8, "
-      "50.0, 4, "
-      "-1, 'red', 1, 1, 1.75e9)");
-  PhotoRecord expected{.id = 1, .path = "/a/IMG_1.CR3", .folder = "/a", .name = "IMG_1.CR3", .ext = "cr3"};
-  expected.fileSize = 123456, expected.width = 6000, expected.height = 4000, expected.captureDate = 1.6e9;
-  expected.importDate = 1.7e9, expected.camera = "Canon EOS R5", expected.lens = "RF24-70mm",
-  expected.iso = 400;
-  expected.shutter = 0.004, expected.aperture = 2.8, expected.focalLength = 50.0, expected.rating = 4;
-  expected.flag = -1, expected.label = "red", expected.isRaw = true, expected.edited = true,
-  expected.editDate = 1.75e9;
-  EXPECT_EQ(library.photo(1), expected);
+      "50.0, "
+      "4, -1, 'red', 1, 1, 1.75e9)");
+  EXPECT_EQ(library.photo(1),
+            (PhotoRecord{1,     "/a/IMG_1.CR3", "/a",        "IMG_1.CR3", "cr3", 123456, 6000, 4000, 1.6e9,
+                         1.7e9, "Canon EOS R5", "RF24-70mm", 400,         0.004, 2.8,    50.0, 4,    -1,
+                         "red", true,           true,        1.75e9}));
   library.db().run("INSERT INTO photos(path) VALUES('/b.jpg')");
   // NULL imported reads as the 1970 epoch, the other NULLs as absent or empty.
   EXPECT_EQ(library.photo(2), (PhotoRecord{.id = 2, .path = "/b.jpg"}));
@@ -86,8 +82,8 @@ TEST(PhotoLibraryTest, RecordMapsEveryColumnAndDefaultsNullsAndOddValues) {
   r = PhotoLibrary::record(row);
   EXPECT_EQ(std::tuple(r.width, r.shutter, r.path), std::tuple(640, 2.0, ""));
   // Integers beyond the record's fields saturate instead of wrapping round.
-  row[6] = SQLValue(std::int64_t{4294967296}), row[7] = SQLValue(-3e12);
-  row[12] = SQLValue(std::int64_t{99999999999});
+  row[6] = SQLValue(std::int64_t{4294967296}), row[7] = SQLValue(-3e12),
+  row[12] = SQLValue(std::int64_t{1} << 40);
   r = PhotoLibrary::record(row);
   EXPECT_EQ(std::tuple(r.width, r.height, r.iso), std::tuple(INT_MAX, INT_MIN, INT_MAX));
 }
@@ -117,7 +113,11 @@ TEST(PhotoRecordTest, ShutterTextAndSummaryShowOnlyTheKnownParts) {
   EXPECT_EQ((PhotoRecord{.aperture = 2.8}.summary()), "f/2.8");
   EXPECT_EQ((PhotoRecord{.iso = 100, .shutter = 1.0 / 125, .aperture = 8, .focalLength = 35}.summary()),
             "ISO 100  \u00b7  1/125 s  \u00b7  f/8.0  \u00b7  35 mm");
-  EXPECT_EQ((PhotoRecord{.focalLength = 23.5}.summary()), "24 mm");
+  // Focal lengths to the nearest millimetre, halves up (not to even).
+  for (auto [focal, text] : {std::pair(23.5, "24 mm"), {4.5, "5 mm"}, {3.5, "4 mm"}, {4.49, "4 mm"}}) {
+    EXPECT_EQ((PhotoRecord{.focalLength = focal}.summary()), text) << focal;
+    EXPECT_EQ(formatMillimetres(focal), text) << focal;
+  }
 }
 
 TEST(LibraryLocationTest, CommandLineBeatsEnvironmentBeatsDefault) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "cli/common.h"
 #include "tests/support/cli_run.h"
 
 using namespace lumivale;
@@ -21,6 +22,20 @@ TEST(CliIdsTest, AcceptsSinglesListsAndRangesAndNothingElse) {
   for (const char* bad : {"", ",", "a", "0", "-3", "3-", "6-3", "1.5", "1-2-3", "7x", "1 2",
                           "99999999999999999999", "1-99999999999"})
     EXPECT_THROW(cli::parseIds(bad), UsageError) << bad;
+}
+
+TEST(CliTextTest, PrintableEscapesControlCharactersAndKeepsUnicode) {
+  using P = std::pair<const char*, const char*>;
+  for (auto [text, shown] :
+       {P{"", ""},
+        P{"plain \u00e9t\u00e9 \u65e5\u672c \U0001F4F7", "plain \u00e9t\u00e9 \u65e5\u672c \U0001F4F7"},
+        P{"a\nb\r\tc", "a\\nb\\r\\tc"}, P{"\x1b[2J", "\\e[2J"}, P{"\x7f\x01", "\\x7f\\x01"},
+        P{"\xc2\x9b"
+          "1m",
+          "\\u009b1m"},
+        P{"\xff\xc3(", "\\xff\\xc3("}, P{"back\\slash", "back\\slash"}})
+    EXPECT_EQ(cli::printable(text), shown) << text;
+  EXPECT_EQ(cli::printable(std::string("a\0b", 3)), "a\\x00b");
 }
 
 TEST(CliArgumentsTest, SplitsOptionsFlagsAndPositionals) {

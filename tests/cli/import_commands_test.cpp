@@ -13,7 +13,8 @@ class ImportCommandsTest : public test::CliLibraryTest {
   void SetUp() override {
     test::SampleTags tags{
         .make = "Canon", .model = "Canon EOS R5", .exposure = {{1, 125}}, .fNumber = {{8, 1}}};
-    tags.focal = {{35, 1}}, tags.iso = 100, tags.keywords = {"Harbour"};
+    tags.focal = {{35, 1}}, tags.iso = 100, tags.keywords = {"Harbour", " CT "};
+    tags.artist = "Ann\x1b]0;owned\x07";
     test::writePhoto(photos / "a.jpg", 24, 16, tags);
     test::writePhoto(photos / "sub/b.png", 24, 16);
     test::writeFile(photos / "broken.jpg", "not a photo");
@@ -51,8 +52,15 @@ TEST_F(ImportCommandsTest, ShowAndDetailsPrintTheRecordAndTheRowsInOrder) {
                        Json("ISO 100  \u00b7  1/125 s  \u00b7  f/8.0  \u00b7  35 mm")));
   const std::string out = ok({"show", "1"}).out;
   for (const char* line : {"Camera:       Canon EOS R5\n", "Summary:      ISO 100  \u00b7  1/125 s",
-                           "Pixels:       24 \u00d7 16\n"})
+                           "Pixels:       24 \u00d7 16\n", "Focal length: 35 mm\n"})
     EXPECT_NE(out.find(line), std::string::npos) << out;
+  // The focal length line and the summary round alike, halves up.
+  for (auto [focal, shown] : {std::pair(4.5, "5 mm"), {3.5, "4 mm"}}) {
+    library.db().run("UPDATE photos SET focal = ? WHERE id = 1", {focal});
+    const std::string text = ok({"show", "1"}).out;
+    EXPECT_NE(text.find("Focal length: " + std::string(shown) + "\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("f/8.0  \u00b7  " + std::string(shown) + "\n"), std::string::npos) << text;
+  }
   test::expectError(run({"show", "99"}), 1);
   EXPECT_EQ(run({"show", "99"}).err, "error: no photo with id 99\n");
   test::expectError(run({"show", "x"}), 2);
@@ -62,6 +70,9 @@ TEST_F(ImportCommandsTest, ShowAndDetailsPrintTheRecordAndTheRowsInOrder) {
   EXPECT_NE(details.find("\nShutter speed: 1/125 s\nAperture: f/8.0\nISO: 100\nFocal length: 35 mm\n"),
             std::string::npos)
       << details;
+  EXPECT_NE(details.find("\nArtist: Ann\\e]0;owned\\x07\n"), std::string::npos) << details;
+  // Keywords read from the file are stored as typed ones are.
+  EXPECT_EQ(ok({"keyword", "remove", "1", "ct"}).out, "Removed ct from 1 photo\n");
   const Json rows = ok({"--json", "details", "1"}).json();
   ASSERT_TRUE(rows.is_array() && rows.size() >= 2) << rows;
   EXPECT_EQ(rows[0], (Json{{"label", "Camera make"}, {"value", "Canon"}}));

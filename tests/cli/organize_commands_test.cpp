@@ -3,6 +3,7 @@
 #include <iostream>
 #include <sstream>
 
+#include "engine/util/text.h"
 #include "tests/support/cli_run.h"
 
 using namespace lumivale;
@@ -119,7 +120,13 @@ TEST_F(OrganizeCliTest, RatingsOutOfRangeAreClamped) {
 TEST_F(OrganizeCliTest, KeywordsAreSplitNormalisedAndCounted) {
   ok({"keyword", "add", "1-3", "Sky,", "Blue", "Hour;", " sea ,SKY"});
   EXPECT_EQ(library.keywords(2), (Args{"blue hour", "sea", "sky"}));
-  ok({"keyword", "remove", "1,2", "SEA"});
+  EXPECT_EQ(ok({"keyword", "remove", "1,2,4", "SEA"}).out, "Removed sea from 2 photos\n");
+  // A word none of the photos has is most likely mistyped: it is an error.
+  const std::string before = dump();
+  test::expectError(run({"keyword", "remove", "1,2", "sea"}), 1,
+                    "no photo of the 2 photos has the keyword \"sea\"");
+  test::expectError(run({"keyword", "remove", "4", "Sky"}), 1, "no photo has the keyword \"sky\"");
+  EXPECT_EQ(dump(), before);
   EXPECT_EQ(
       ok({"--json", "keywords"}).json(),
       Json::parse(R"([{"word":"blue hour","count":3},{"word":"sea","count":1},{"word":"sky","count":3}])"));
@@ -187,6 +194,42 @@ TEST_F(OrganizeCliTest, RemoveOnATerminalAsksFirst) {
   EXPECT_EQ(removed, 0);
   EXPECT_EQ(one.rfind("Remove 1 photo from the library?\n", 0), 0u) << one;
   EXPECT_EQ(listed({}), (Ids{1, 2, 4}));
+}
+
+// Names and stored texts reach the terminal escaped, whatever the command:
+// a file name cannot clear the screen or split a list line in two.
+TEST_F(OrganizeCliTest, HumanOutputShowsControlCharactersAsEscapes) {
+  const std::string name = "a\x1b[2J\nb\t\x7f\xc2\x9b\xff\u00e9.jpg";
+  const std::string shown = "a\\e[2J\\nb\\t\\x7f\\u009b\\xff\u00e9.jpg";
+  library.db().run("UPDATE photos SET name = ?, path = ?, camera = ?, lens = ?, label = ? WHERE id = 1",
+                   {name, "/pics/" + name, name, name, name});
+  library.db().run("INSERT INTO folders(path, added) VALUES(?, 0)", {"/x/" + name});
+  library.addKeywords({1}, {name});
+  library.addToCollection(library.createCollection(name), {1});
+  library.saveSettings(1, EditSettings{.masks = {PhotoMask(MaskKind::radial, name)}}, name);
+  library.addSnapshot(1, name, {});
+  library.savePreset(name, {}, {});
+
+  EXPECT_NE(ok({"list"}).out.find("  " + shown + "  "), std::string::npos);
+  EXPECT_NE(ok({"show", "1"}).out.find("Name:         " + shown + "\n"), std::string::npos);
+  for (const Args& args :
+       {Args{"list"}, Args{"show", "1"}, Args{"keywords"}, Args{"keywords", "1"}, Args{"collection", "list"},
+        Args{"folders"}, Args{"history", "1"}, Args{"snapshot", "list", "1"}, Args{"preset", "list"},
+        Args{"mask", "list", "1"}}) {
+    const std::string out = ok(args).out;
+    EXPECT_TRUE(isUtf8(out)) << args[0];
+    EXPECT_EQ(std::count_if(out.begin(), out.end(),
+                            [](char c) { return (c >= 0 && c < 0x20 && c != '\n') || c == 0x7f; }),
+              0)
+        << args[0] << ": " << out;
+    EXPECT_EQ(out.find("\u009b"), std::string::npos) << args[0];
+    EXPECT_NE(out.find("\\e[2"), std::string::npos) << args[0] << ": " << out;
+  }
+  const std::string list = ok({"list"}).out;
+  EXPECT_EQ(std::count(list.begin(), list.end(), '\n'), 4);
+  // JSON keeps the text itself.
+  EXPECT_EQ(ok({"--json", "show", "1"}).json()["camera"],
+            name.substr(0, name.find('\xff')) + "\ufffd\u00e9.jpg");
 }
 
 }  // namespace

@@ -116,29 +116,18 @@ TEST(PhotoGeometryTest, SettingsBecomeFrameAngleAndCrop) {
   EXPECT_EQ(plain.outputSize(), (Size{6000, 4000}));
   EXPECT_EQ(plain.orientTransform(), Affine{});
 
-  for (auto [turns, reduced] : {std::pair<std::int64_t, int>{0, 0},
-                                {1, 1},
-                                {2, 2},
-                                {3, 3},
-                                {4, 0},
-                                {5, 1},
-                                {-1, 3},
-                                {-2, 2},
-                                {-5, 3},
-                                {1'000'000'001, 1}}) {
+  const std::pair<std::int64_t, int> turnCases[] = {{0, 0}, {1, 1},  {2, 2},  {3, 3},  {4, 0},
+                                                    {5, 1}, {-1, 3}, {-2, 2}, {-5, 3}, {1'000'000'001, 1}};
+  for (auto [turns, reduced] : turnCases) {
     const PhotoGeometry g(EditSettings{.rotateQuarterTurns = turns}, {6000, 4000});
     EXPECT_EQ(g.quarterTurns, reduced) << turns;
     EXPECT_EQ(g.frame, (reduced % 2 ? Size{4000, 6000} : Size{6000, 4000})) << turns;
   }
   // Straightening is clamped to 45 degrees, NaN counting as the most.
-  for (auto [degrees, radians] : {std::pair{0.0, 0.0},
-                                  {10, 10 * pi / 180},
-                                  {-10, -10 * pi / 180},
-                                  {60, pi / 4},
-                                  {-60, -pi / 4},
-                                  {nan, pi / 4},
-                                  {1e300, pi / 4},
-                                  {-inf, -pi / 4}})
+  const std::pair<double, double> straightenCases[] = {
+      {0, 0},         {10, 10 * pi / 180}, {-10, -10 * pi / 180}, {60, pi / 4},
+      {-60, -pi / 4}, {nan, pi / 4},       {1e300, pi / 4},       {-inf, -pi / 4}};
+  for (auto [degrees, radians] : straightenCases)
     EXPECT_NEAR(PhotoGeometry(EditSettings{.straighten = degrees}, {100, 100}).angle, radians, 1e-15)
         << degrees;
   EXPECT_EQ(PhotoGeometry(EditSettings{.straighten = 45}, {100, 100}).angle, pi / 4);

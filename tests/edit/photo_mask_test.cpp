@@ -3,7 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <set>
-#include <unordered_set>
+
+#include "tests/support/errors.h"
 
 using namespace lumivale;
 
@@ -31,37 +32,34 @@ TEST(PhotoMaskTest, NewMasksAreNamedAfterTheirKindAndGetTheirOwnIds) {
   EXPECT_EQ(ids.size(), 200u);
   EXPECT_EQ(ids.begin()->size(), 36u);
 
-  // Masks differing only in id, or in an empty against an absent bitmap,
-  // differ.
+  // An empty bitmap is not an absent one.
   PhotoMask a(MaskKind::brush), b = a;
-  EXPECT_EQ(a, b);
   EXPECT_EQ(std::hash<PhotoMask>{}(a), std::hash<PhotoMask>{}(b));
-  b.id = PhotoMask(MaskKind::brush).id;
-  EXPECT_NE(a, b);
-  b = a;
   b.maskPNG = std::vector<std::uint8_t>{};
   EXPECT_NE(a, b);
   EXPECT_NE(std::hash<PhotoMask>{}(a), std::hash<PhotoMask>{}(b));
 }
 
-TEST(MaskAdjustTest, HashAgreesWithEqualityAndSeparatesFields) {
-  std::unordered_set<std::size_t> hashes;
-  double MaskAdjust::*fields[] = {&MaskAdjust::exposure,   &MaskAdjust::contrast,    &MaskAdjust::highlights,
-                                  &MaskAdjust::shadows,    &MaskAdjust::temperature, &MaskAdjust::tint,
-                                  &MaskAdjust::saturation, &MaskAdjust::sharpness};
-  hashes.insert(std::hash<MaskAdjust>{}(MaskAdjust{}));
-  for (auto field : fields) {
-    MaskAdjust a;
-    a.*field = 10;
-    EXPECT_NE(a, MaskAdjust{});
-    hashes.insert(std::hash<MaskAdjust>{}(a));
-    MaskAdjust negativeZero;
-    negativeZero.*field = -0.0;
-    EXPECT_EQ(negativeZero, MaskAdjust{});
-    EXPECT_EQ(std::hash<MaskAdjust>{}(negativeZero), std::hash<MaskAdjust>{}(MaskAdjust{}));
-  }
-  // The same value in different fields must not collide.
-  EXPECT_EQ(hashes.size(), std::size(fields) + 1);
+TEST(MaskLookupTest, FindsByIdIndexOrUniquePrefix) {
+  std::vector<PhotoMask> masks(4);
+  const char* ids[] = {"1A2B0000-0000-4000-8000-000000000000", "1A2C0000-0000-4000-8000-000000000000",
+                       "70000000-0000-4000-8000-000000000000", "3"};
+  for (int i = 0; i < 4; ++i) masks[i].id = ids[i];
+  for (auto [reference, index] : {std::pair{"1a2b0000-0000-4000-8000-000000000000", 0},
+                                  {"1A2C", 1},
+                                  {"0", 0},
+                                  {"2", 2},
+                                  {"7", 2},
+                                  {"3", 3},
+                                  {"1a2b", 0}})
+    EXPECT_EQ(findMask(masks, reference), std::size_t(index)) << reference;
+  for (auto [reference, message] :
+       {std::pair{"1A2", "\"1A2\" is the start of 2 mask ids; give more of the id"},
+        {"", "no mask given"},
+        {"9", "no mask \"9\": give its id, the start of its id, or its position from 0 to 3"},
+        {"123456789012", "no mask \"123456789012\""}})
+    EXPECT_TRUE(test::throwsWith<MaskLookupError>([&] { findMask(masks, reference); }, message)) << reference;
+  EXPECT_TRUE(test::throwsWith<MaskLookupError>([&] { findMask({}, "0"); }, "the photo has no masks"));
 }
 
 }  // namespace

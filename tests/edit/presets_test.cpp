@@ -86,15 +86,6 @@ TEST(ApplyPresetTest, UserPresetsSetOnlyTheirGroups) {
       applyPreset(photo, saved, {SettingsGroup::whiteBalance, SettingsGroup::geometry});
   EXPECT_EQ(std::tuple(framed.crop, framed.rotateQuarterTurns, framed.exposure),
             std::tuple(saved.crop, 2, 0.0));
-
-  // Carried masks arrive with fresh ids; the version stays the photo's.
-  EditSettings withMask{.version = 9};
-  withMask.masks.push_back(PhotoMask(MaskKind::radial));
-  const EditSettings result = applyPreset(EditSettings{}, withMask, {SettingsGroup::masks});
-  ASSERT_EQ(result.masks.size(), 1u);
-  EXPECT_NE(result.masks[0].id, withMask.masks[0].id);
-  EXPECT_EQ(result.masks[0].kind, MaskKind::radial);
-  EXPECT_EQ(applyPreset(EditSettings{}, withMask, allButLocal()).version, 1);
 }
 
 }  // namespace

@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+
+#include "engine/edit/record_fields.h"
+#include "tests/edit/sample_settings.h"
+
 using namespace lumivale;
 
 namespace {
@@ -40,6 +45,66 @@ TEST(SettingsGroupTest, StoredTextIsSortedJoinedWithCommasAndReadTolerantly) {
       if (bits & (1u << i)) groups.insert(allSettingsGroups()[i]);
     EXPECT_EQ(groupsFromText(groupsText(groups)), groups) << bits;
   }
+}
+
+// Presets store groups by name, so which fields a group holds must not move.
+TEST(SettingsGroupTest, EveryFieldButVersionIsInOneGroup) {
+  std::map<SettingsGroup, std::string> members;
+  std::string ungrouped, all;
+  for (const auto& f : codec::fieldsOf<EditSettings>().fields)
+    (f.group ? members[*f.group] : ungrouped) += " " + std::string(f.key);
+  for (SettingsGroup g : allSettingsGroups()) all += std::string(rawValue(g)) + ":" + members[g] + "\n";
+  EXPECT_EQ(ungrouped, " version");
+  EXPECT_EQ(all,
+            "whiteBalance: temperature tint\n"
+            "light: blacks contrast exposure highlights shadows whites\n"
+            "presence: saturation vibrance\n"
+            "toneCurve: curveBlue curveGreen curveRGB curveRed\n"
+            "colorMixer: hsl\n"
+            "colorGrading: gradeBalance gradeBlending gradeHighlights gradeMidtones gradeShadows\n"
+            "detail: noiseColor noiseLuminance sharpenAmount sharpenRadius\n"
+            "lens: lensCorrection\n"
+            "effects: grainAmount grainSize vignetteAmount vignetteFeather vignetteMidpoint\n"
+            "treatment: blackAndWhite\n"
+            "geometry: crop cropAspect flipHorizontal flipVertical rotateQuarterTurns straighten\n"
+            "masks: masks\n");
+}
+
+// Merging moves a field with its group and with no other; the group then
+// counts as changed.
+TEST(SettingsGroupTest, EachFieldMovesWithItsGroupAndMarksItChanged) {
+  const EditSettings rich = test::richSettings();
+  const EditSettings& blank = EditSettings::blank();
+  for (const auto& f : codec::fieldsOf<EditSettings>().fields) {
+    SCOPED_TRACE(f.key);
+    EditSettings one = blank;
+    f.transfer(rich, one);
+    EXPECT_NE(one, blank);
+    EXPECT_EQ(one.changedGroups(), f.group ? std::set{*f.group} : std::set<SettingsGroup>{});
+    for (SettingsGroup g : allSettingsGroups()) {
+      EditSettings merged = blank.merging(one, {g});
+      EXPECT_EQ(!f.equal(merged, blank), f.group == g) << rawValue(g);
+      f.transfer(blank, merged);
+      EXPECT_EQ(merged, blank) << rawValue(g);
+    }
+  }
+}
+
+TEST(SettingsGroupTest, MergingAllGroupsTakesEverythingButVersionAndMaskIds) {
+  const EditSettings rich = test::richSettings();
+  const EditSettings merged = EditSettings{}.merging(
+      rich, std::set<SettingsGroup>(allSettingsGroups().begin(), allSettingsGroups().end()));
+  ASSERT_EQ(merged.masks.size(), rich.masks.size());
+  EditSettings expected = rich;
+  expected.version = 1;
+  for (std::size_t i = 0; i < merged.masks.size(); ++i) {
+    EXPECT_NE(merged.masks[i].id, rich.masks[i].id);
+    expected.masks[i].id = merged.masks[i].id;
+  }
+  EXPECT_EQ(merged, expected);
+  EXPECT_EQ(rich.merging(EditSettings{}, {}), rich);
+  // An empty mask list clears the masks.
+  EXPECT_TRUE(rich.merging(EditSettings{}, {SettingsGroup::masks}).masks.empty());
 }
 
 }  // namespace

@@ -273,24 +273,3 @@ TEST(MaskExportTest, GivesTheBitmapOfEachKindOrAClearError) {
     EXPECT_THROW(smartMaskFromBitmap(MaskBitmap(2, 2), kind), MaskImageError);
   EXPECT_THROW(smartMaskFromBitmap(MaskBitmap(), MaskKind::sky), MaskImageError);
 }
-
-TEST(MaskLookupTest, FindsByIdIndexOrUniquePrefix) {
-  std::vector<PhotoMask> masks(4);
-  const char* ids[] = {"1A2B0000-0000-4000-8000-000000000000", "1A2C0000-0000-4000-8000-000000000000",
-                       "70000000-0000-4000-8000-000000000000", "3"};
-  for (int i = 0; i < 4; ++i) masks[i].id = ids[i];
-  for (auto [reference, index] : {std::pair{"1a2b0000-0000-4000-8000-000000000000", 0},
-                                  {"1A2C", 1},
-                                  {"0", 0},
-                                  {"2", 2},
-                                  {"7", 2},
-                                  {"3", 3},
-                                  {"1a2b", 0}})
-    EXPECT_EQ(findMask(masks, reference), std::size_t(index)) << reference;
-  for (auto [reference, message] : {std::pair{"1A2", "start of 2 mask ids"},
-                                    {"", "no mask given"},
-                                    {"9", "no mask \"9\""},
-                                    {"123456789012", "no mask"}})
-    EXPECT_TRUE(test::throwsWith<MaskImageError>([&] { findMask(masks, reference); }, message)) << reference;
-  EXPECT_TRUE(test::throwsWith<MaskImageError>([&] { findMask({}, "0"); }, "has no masks"));
-}

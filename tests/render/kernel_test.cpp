@@ -101,7 +101,8 @@ TEST(Kernel, WindowsRepeatTheEdgePixels) {
           for (int dy = -radius; dy <= radius; ++dy)
             for (int dx = -radius; dx <= radius; ++dx)
               want += in.at(std::clamp(x + dx, 0, w - 1), std::clamp(y + dy, 0, h - 1), b);
-          ASSERT_NEAR(out.at(x, y, b), want, want * 1e-6) << w << "×" << h << " r" << radius << " at " << x << ", " << y;
+          ASSERT_NEAR(out.at(x, y, b), want, want * 1e-6)
+              << w << "×" << h << " r" << radius << " at " << x << ", " << y;
         }
   }
 }
@@ -148,7 +149,8 @@ TEST(Kernel, ResultsOutliveTheHandlesOfTheirInputs) {
     area = shifted(source, 9, 6, 0, 0);
   }
   EXPECT_EQ(rows.readPixels().at(3, 4, 0), code(3, 4, 0) + 2);
-  EXPECT_EQ(window.readPixels().at(0, 0, 0), 4 * code(0, 0, 0) + 2 * code(1, 0, 0) + 2 * code(0, 1, 0) + code(1, 1, 0));
+  EXPECT_EQ(window.readPixels().at(0, 0, 0),
+            4 * code(0, 0, 0) + 2 * code(1, 0, 0) + 2 * code(0, 1, 0) + code(1, 1, 0));
   EXPECT_EQ(area.readPixels().at(8, 5, 0), code(8, 5, 0));
 }
 

@@ -50,6 +50,34 @@ std::string dumpRows(PhotoLibrary& library, const std::vector<std::string>& quer
   return text;
 }
 
+std::string dumpCatalog(PhotoLibrary& library) {
+  return dumpRows(
+      library,
+      {"SELECT * FROM photos ORDER BY id", "SELECT * FROM keywords ORDER BY photo, word",
+       "SELECT * FROM collections ORDER BY id", "SELECT * FROM collection_items ORDER BY collection, photo",
+       "SELECT * FROM history ORDER BY photo, seq", "SELECT * FROM snapshots ORDER BY id",
+       "SELECT * FROM presets ORDER BY id", "SELECT * FROM folders ORDER BY path"});
+}
+
+::testing::AssertionResult sameRows(const std::string& expected, const std::string& actual) {
+  if (expected == actual) return ::testing::AssertionSuccess();
+  std::size_t line = 1, at = 0;
+  while (at < expected.size() && at < actual.size() && expected[at] == actual[at]) {
+    if (expected[at++] == '\n') ++line;
+  }
+  const auto lineAt = [&](const std::string& text) {
+    const std::size_t start = text.rfind('\n', at == 0 ? 0 : at - 1);
+    const std::size_t from = start == std::string::npos || at == 0 ? 0 : start + 1;
+    return text.substr(from, text.find('\n', from) - from);
+  };
+  return ::testing::AssertionFailure() << "rows differ from line " << line << ": expected \""
+                                       << lineAt(expected) << "\", got \"" << lineAt(actual) << "\"";
+}
+
+std::string stallTrigger(const std::string& when) {
+  return "CREATE TRIGGER stall " + when + " BEGIN SELECT COUNT(*) FROM photos a, photos b, photos c; END";
+}
+
 void killInsideTransaction(const std::filesystem::path& folder,
                            const std::function<void(PhotoLibrary&)>& work) {
   int ready[2];

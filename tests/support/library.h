@@ -28,12 +28,28 @@ std::int64_t insertPhoto(PhotoLibrary& library, const std::string& path, const C
 /// and hash): equal dumps mean equal rows.
 std::string dumpRows(PhotoLibrary& library, const std::vector<std::string>& queries);
 
+/// Every row of every table that holds photos, their organising data and
+/// their edits: equal dumps mean an unchanged catalog.
+std::string dumpCatalog(PhotoLibrary& library);
+
+/// Success when two dumps are equal; otherwise names the first line that
+/// differs (a plain EXPECT_EQ would diff tens of thousands of lines).
+::testing::AssertionResult sameRows(const std::string& expected, const std::string& actual);
+
 /// Runs `work` in a child process on its own connection to the library in
-/// `folder`, waits until the child's write transaction holds the database,
-/// lets it run on for a moment and kills it. The library must not be open in
-/// this process. Fails the test when the work ended before the kill.
+/// `folder`, waits until the child holds the database's write lock, lets it
+/// run on for a moment and kills it. The library must not be open in this
+/// process. Fails the test when the work ended before the kill; a stall
+/// trigger (`stallTrigger`) makes sure it cannot.
 void killInsideTransaction(const std::filesystem::path& folder,
                            const std::function<void(PhotoLibrary&)>& work);
+
+/// SQL for a trigger that keeps the statement that fires it busy for hours
+/// (a count over a triple cross join of `photos`): `when` is the trigger's
+/// event and condition, e.g. "BEFORE UPDATE ON photos WHEN OLD.id = 500".
+/// A write that reaches that row never commits, so a kill lands inside its
+/// transaction however fast the machine.
+std::string stallTrigger(const std::string& when);
 
 /// A fresh library in the folder `folder`.
 class LibraryTest : public ::testing::Test {

@@ -7,9 +7,9 @@
 #include "cli/commands.h"
 #include "cli/common.h"
 #include "engine/catalog/photo_library.h"
+#include "engine/media/bitmap.h"
 #include "engine/media/embedded_preview.h"
-#include "engine/media/jpeg_encoder.h"
-#include "engine/media/safe_file.h"
+#include "engine/media/image_encoder.h"
 
 namespace lumivale::cli {
 namespace {
@@ -41,7 +41,8 @@ int previewCommand(Context& ctx, const Arguments& args) {
                        : std::filesystem::path(which);
   const Image preview = EmbeddedPreviews::largest(file, maxSide);
   if (preview.empty()) throw CommandError("Could not decode " + file.filename().string());
-  writeFileSafely(*output, encodeJpeg(preview, jpegQuality));
+  ImageEncoder::write(outputImage(preview, ColorSpace::sRGB, 8), *output,
+                      {.format = ImageFormat::jpeg, .quality = jpegQuality});
 
   if (ctx.json) {
     ctx.printJson({{"file", jsonText(*output)}, {"width", preview.width()}, {"height", preview.height()}});

@@ -5,10 +5,12 @@
 
 #include "engine/media/embedded_preview.h"
 #include "engine/media/orientation.h"
+#include "engine/media/safe_file.h"
 #include "engine/render/filters/resample.h"
 #include "engine/render/raw/lens_correction.h"
 #include "engine/render/raw/raw_look.h"
 #include "engine/render/raw/raw_noise.h"
+#include "engine/render/source_decoder.h"
 
 namespace lumivale {
 namespace {
@@ -77,9 +79,33 @@ Image RawSource::image(std::optional<int> maxSide, const EditSettings& settings)
                ? RawNoise::reduce(base, noise, RawNoise::noiseSigma(base), p.scale, look.rowFunction())
                : look.apply(base);
     return orientUpright(base, facts_.orientation);
-  } catch (const std::exception&) {
-    return {};
+  } catch (const std::exception& e) {
+    throw ImageError("cannot decode " + quotedPath(file_) + ": " + e.what());
   }
+}
+
+namespace {
+
+// What PhotoSource sees of a RAW file.
+class RawFileDecoder : public SourceDecoder {
+ public:
+  explicit RawFileDecoder(RawSource source) : source_(std::move(source)) {}
+  Size fullSize() const override { return source_.fullSize(); }
+  bool lensCorrectionAvailable() const override { return source_.lensCorrectionAvailable(); }
+  DecodedImage decode(std::optional<int> maxSide, const EditSettings& settings) const override {
+    return {source_.image(maxSide, settings), {}};
+  }
+
+ private:
+  RawSource source_;
+};
+
+}  // namespace
+
+std::unique_ptr<SourceDecoder> openRawDecoder(const std::filesystem::path& file) {
+  std::optional<RawSource> source = RawSource::open(file);
+  if (!source) throw ImageError("cannot open " + quotedPath(file) + ": not a RAW file this program can read");
+  return std::make_unique<RawFileDecoder>(std::move(*source));
 }
 
 }  // namespace lumivale

@@ -17,6 +17,7 @@
 //
 // A source is a plain value (the file's name and facts); every `image` call
 // opens the file afresh, so one source may decode on several threads.
+// PhotoSource opens RAW files through this class (`openRawDecoder`).
 
 #include <filesystem>
 #include <optional>
@@ -57,7 +58,8 @@ class RawSource {
 
   /// The decoded base image at most `maxSide` pixels on its longer side
   /// (nothing: full size), with `settings`' lens correction and noise
-  /// reduction; empty when the file cannot be decoded. Never throws.
+  /// reduction. Throws ImageError "cannot decode "<file>": <reason>" when the
+  /// file cannot be decoded (damaged, cut short, changed since opening).
   Image image(std::optional<int> maxSide, const EditSettings& settings) const;
 
  private:

@@ -113,14 +113,14 @@ TEST_F(RawSourceTest, FilesThatCannotBeDecoded) {
   EXPECT_FALSE(RawSource::open(dir / "empty.nef"));
   EXPECT_FALSE(RawSource::open(dir / "missing.dng"));
 
-  // Opened while whole, damaged before decoding: no image, no exception.
+  // Opened while whole, damaged before decoding: a clear error.
   const std::filesystem::path file = write(greyDng(0.2), "damaged.dng");
   const auto source = RawSource::open(file);
   ASSERT_TRUE(source);
   const std::string bytes = test::readFile(file);
   std::filesystem::remove(file);
   test::writeFile(file, bytes.substr(0, bytes.size() / 2));
-  EXPECT_TRUE(source->image(std::nullopt, EditSettings{}).empty());
+  EXPECT_THROW(source->image(std::nullopt, EditSettings{}), ImageError);
 }
 
 }  // namespace

@@ -1,5 +1,9 @@
 #include "cli/common.h"
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
 #include <algorithm>
 
 #include "engine/catalog/library_query.h"
@@ -89,6 +93,20 @@ PhotoRecord existingPhoto(PhotoLibrary& library, std::int64_t id) {
   auto record = library.photo(id);
   if (!record) throw CommandError("no photo with id " + std::to_string(id));
   return *record;
+}
+
+EditSettings settingsFromFile(const std::string& path) {
+  std::error_code error;
+  std::ifstream in(path, std::ios::binary);
+  if (std::filesystem::is_directory(path, error) || !in)
+    throw CommandError("cannot read settings from '" + printable(path) + "'");
+  const std::string data{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  if (in.bad()) throw CommandError("cannot read settings from '" + printable(path) + "'");
+  const auto json = nlohmann::json::parse(data, nullptr, false);
+  if (json.is_discarded() || !json.is_object()) {
+    throw CommandError("'" + printable(path) + "' does not hold develop settings (a JSON object)");
+  }
+  return EditSettings::decode(std::string_view(data));
 }
 
 }  // namespace lumivale::cli

@@ -21,7 +21,6 @@ using Profile = std::unique_ptr<void, ProfileCloser>;
 struct TransformDeleter {
   void operator()(void* transform) const { cmsDeleteTransform(transform); }
 };
-using Transform = std::unique_ptr<void, TransformDeleter>;
 
 constexpr const char* unusableProfile =
     "the embedded colour profile cannot be used; the colours are read as sRGB";

@@ -259,6 +259,9 @@ Samples colourSamples(vips::VImage image) {
       break;
   }
   samples.model = modelOf(image);
+  // lcms2 reads floating-point CMYK as 0 … 100 ink; 16 bits are plenty.
+  if (samples.model == SampleModel::cmyk && image.format() == VIPS_FORMAT_FLOAT)
+    image = (image * 65535).cast(VIPS_FORMAT_USHORT);
   const int bands = colourBands(samples.model);
   if (image.bands() > bands) {
     const VipsBandFormat format = image.format();

@@ -6,7 +6,6 @@
 #include <limits>
 #include <random>
 
-#include "engine/media/image_properties.h"
 #include "engine/media/vips_glue.h"
 
 using namespace lumivale;
@@ -25,21 +24,6 @@ double exactSample(ColorSpace space, const std::array<double, 3>& linear, int ch
   double v =
       std::clamp(m[channel * 3] * in[0] + m[channel * 3 + 1] * in[1] + m[channel * 3 + 2] * in[2], 0.0, 1.0);
   return encodeTransfer(space, v) * ((1 << bits) - 1);
-}
-
-TEST(ColorSpaceProfiles, CarryTheirNameAndAreReadableProfiles) {
-  for (ColorSpace space : allColorSpaces) {
-    const std::vector<std::uint8_t>& profile = iccProfile(space);
-    EXPECT_EQ(iccProfileDescription(profile.data(), profile.size()), profileDescription(space));
-    // lcms2 inside libvips reads it as an RGB profile.
-    initImageLibraries();
-    vips::VImage grey =
-        vips::VImage::black(2, 2, vips::VImage::option()->set("bands", 3)).cast(VIPS_FORMAT_UCHAR);
-    grey = grey.copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
-    vips_image_set_blob_copy(grey.get_image(), VIPS_META_ICC_NAME, profile.data(), profile.size());
-    EXPECT_NO_THROW(grey.icc_import(vips::VImage::option()->set("embedded", true)).avg());
-  }
-  EXPECT_EQ(profileDescription(ColorSpace::adobeRGB), "Adobe RGB (1998)");
 }
 
 // Published conversions of the sRGB primaries.

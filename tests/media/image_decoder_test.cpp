@@ -4,8 +4,6 @@
 #include <lcms2.h>
 #include <sys/stat.h>
 
-#include <cmath>
-
 #include "engine/media/color_space.h"
 #include "engine/media/vips_glue.h"
 #include "tests/support/color_check.h"
@@ -18,26 +16,26 @@ using test::Area;
 
 namespace {
 
-vips::VImage withProfile(vips::VImage image, const std::vector<std::uint8_t>& profile) {
+const auto noShared = "the shared test photos are not there";
+
+vips::VImage tagged(vips::VImage image, const std::vector<std::uint8_t>& profile) {
   image = image.copy();
   vips_image_set_blob_copy(image.get_image(), VIPS_META_ICC_NAME, profile.data(), profile.size());
   return image;
 }
 
-// Saturated and neutral patches in 8-bit sRGB, side by side.
+vips::VImage samples(const void* data, int width, int bands, VipsBandFormat format, VipsInterpretation kind) {
+  const std::size_t bytes = std::size_t(width) * bands * (format == VIPS_FORMAT_USHORT ? 2 : 1);
+  return vips::VImage(vips_image_new_from_memory_copy(data, bytes, width, 1, bands, format))
+      .copy(vips::VImage::option()->set("interpretation", kind));
+}
+
+// Saturated and neutral patches in 8-bit RGB, side by side.
 vips::VImage patches() {
   initImageLibraries();
-  const std::vector<std::vector<double>> colours = {{230, 20, 30},  {20, 200, 40},   {30, 40, 220},
-                                                    {250, 220, 10}, {128, 128, 128}, {250, 250, 250},
-                                                    {5, 5, 5},      {180, 120, 90}};
-  vips::VImage row;
-  for (const auto& c : colours) {
-    vips::VImage patch =
-        vips::VImage::black(16, 16, vips::VImage::option()->set("bands", 3)).new_from_image(c);
-    row = row.is_null() ? patch : row.join(patch, VIPS_DIRECTION_HORIZONTAL);
-  }
-  return row.cast(VIPS_FORMAT_UCHAR)
-      .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+  const std::uint8_t colours[] = {230, 20,  30,  20,  200, 40,  30, 40, 220, 250, 220, 10,
+                                  128, 128, 128, 250, 250, 250, 5,  5,  5,   180, 120, 90};
+  return samples(colours, 8, 3, VIPS_FORMAT_UCHAR, VIPS_INTERPRETATION_sRGB).zoom(16, 16);
 }
 
 std::vector<std::uint8_t> greyGamma18Profile() {
@@ -52,15 +50,6 @@ std::vector<std::uint8_t> greyGamma18Profile() {
   return bytes;
 }
 
-std::uint32_t crc32(const std::string& bytes) {
-  std::uint32_t crc = 0xFFFFFFFF;
-  for (unsigned char b : bytes) {
-    crc ^= b;
-    for (int k = 0; k < 8; ++k) crc = crc & 1 ? (crc >> 1) ^ 0xEDB88320 : crc >> 1;
-  }
-  return ~crc;
-}
-
 class DecoderTest : public ::testing::Test {
  protected:
   test::TempDir dir;
@@ -70,27 +59,31 @@ class DecoderTest : public ::testing::Test {
 
 struct RealPhoto {
   const char* file;
-  std::optional<Area> area;  // a centre crop of the large ones
+  std::optional<Area> area;  // a crop of the large ones
+  bool widerThanSrgb = false;
 };
 
 class RealPhotoColours : public ::testing::TestWithParam<RealPhoto> {};
 
 // Every shared photo decodes to the colours an independent colour-managed
-// decode gives: Display P3 HEIC, tagged and untagged JPEGs, 16-bit PNGs.
+// decode gives; the Display P3 one keeps its colours beyond sRGB.
 TEST_P(RealPhotoColours, MatchAnIndependentColourManagedDecode) {
   const auto file = test::sharedPhoto(GetParam().file);
-  if (!file) GTEST_SKIP() << "the shared test photos are not there";
+  if (!file) GTEST_SKIP() << noShared;
   const Image ours = ImageDecoder::decode(*file, std::nullopt).image;
   const Area area = GetParam().area.value_or(Area{0, 0, ours.width(), ours.height()});
-  const test::ColourDifference d =
-      test::deltaE(test::cropped(ours, area), test::referenceDecode(*file, area));
+  const Image crop = test::cropped(ours, area);
+  const test::ColourDifference d = test::deltaE(crop, test::referenceDecode(*file, area));
   EXPECT_LT(d.mean, 0.5);
   EXPECT_LT(d.max, 3.0);
+  const FloatPixels pixels = crop.readPixels();
+  EXPECT_EQ(*std::min_element(pixels.values.begin(), pixels.values.end()) < -0.001f,
+            GetParam().widerThanSrgb);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     SharedPhotos, RealPhotoColours,
-    ::testing::Values(RealPhoto{"heic/IMG_3578.heic", Area{1700, 1200, 512, 512}},
+    ::testing::Values(RealPhoto{"heic/IMG_3578.heic", Area{1700, 1200, 512, 512}, true},
                       RealPhoto{"camera/sony-a6000-6000x4000.jpg", Area{2700, 1800, 512, 512}},
                       RealPhoto{"phone/IMG_20200608_111614.jpg", Area{1700, 1200, 512, 512}},
                       RealPhoto{"iptc/npm-node-iptc-test1.jpeg"}, RealPhoto{"iptc/npm-node-iptc-test5.jpeg"},
@@ -98,146 +91,76 @@ INSTANTIATE_TEST_SUITE_P(
                       RealPhoto{"png/DJI-FC6310-16bit_srgb8_v4_krita.png"},
                       RealPhoto{"png/HUAWEI-EVA-L09-16bit_srgb8_dt.png"}, RealPhoto{"png/exif2c08.png"}));
 
-// The P3 photo keeps colours outside sRGB instead of clipping them.
-TEST(DecoderColours, DisplayP3PhotoKeepsColoursOutsideSrgb) {
-  const auto heic = test::sharedPhoto("heic/IMG_3578.heic");
-  if (!heic) GTEST_SKIP() << "the shared test photos are not there";
-  const Image image = ImageDecoder::decode(*heic, 400).image;
-  const FloatPixels pixels = image.readPixels();
-  const bool outside =
-      std::any_of(pixels.values.begin(), pixels.values.end(), [](float v) { return v < -0.001f; });
-  EXPECT_TRUE(outside);
+// Files in the colour models photos come in, each decoded as libvips' own
+// colour management reads it. Names carry libvips' save options.
+TEST_F(DecoderTest, ColourModelsMatchAnIndependentColourManagedDecode) {
+  const vips::VImage cmyk =
+      patches().icc_transform("cmyk", vips::VImage::option()->set("input_profile", "srgb"));
+  const vips::VImage grey = patches().colourspace(VIPS_INTERPRETATION_B_W);
+  const vips::VImage rgb16 =
+      (patches() * 257)
+          .cast(VIPS_FORMAT_USHORT)
+          .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_RGB16));
+  const std::pair<std::string, vips::VImage> files[] = {
+      {"adobe.jpg[Q=95]", tagged(patches(), iccProfile(ColorSpace::adobeRGB))},
+      {"cmyk.jpg[Q=95]", cmyk},
+      {"cmyk-untagged.jpg[Q=95,strip]", cmyk},
+      {"grey.jpg[strip]", grey},
+      {"grey-gamma18.png", tagged(grey, greyGamma18Profile())},
+      {"p3-16bit.tif", tagged(rgb16, iccProfile(ColorSpace::displayP3))}};
+  for (const auto& [name, image] : files) {
+    const auto file = dir / name.substr(0, name.find('['));
+    image.write_to_file((dir / name).c_str());
+    const test::ColourDifference d =
+        test::deltaE(ImageDecoder::decode(file, std::nullopt).image, test::referenceDecode(file));
+    EXPECT_LT(d.mean, 0.5) << name;
+    EXPECT_LT(d.max, 2.0) << name;
+  }
 }
-
-// Files made here in the colour models photos come in; each must decode as
-// libvips' own colour management reads it.
-struct MadeFile {
-  const char* name;
-  std::function<void(const std::filesystem::path&)> write;
-};
-
-class MadeFileColours : public DecoderTest, public ::testing::WithParamInterface<MadeFile> {};
-
-TEST_P(MadeFileColours, MatchAnIndependentColourManagedDecode) {
-  const auto file = dir / GetParam().name;
-  GetParam().write(file);
-  const Image ours = ImageDecoder::decode(file, std::nullopt).image;
-  const test::ColourDifference d = test::deltaE(ours, test::referenceDecode(file));
-  EXPECT_LT(d.mean, 0.5);
-  EXPECT_LT(d.max, 2.0);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    ColourModels, MadeFileColours,
-    ::testing::Values(
-        MadeFile{"adobe.jpg",
-                 [](const auto& f) {
-                   const auto& adobe = iccProfile(ColorSpace::adobeRGB);
-                   test::TempDir profiles;
-                   test::writeFile(profiles / "adobe.icc", std::string(adobe.begin(), adobe.end()));
-                   patches()
-                       .icc_transform((profiles / "adobe.icc").c_str(),
-                                      vips::VImage::option()->set("input_profile", "srgb"))
-                       .jpegsave(f.c_str(), vips::VImage::option()->set("Q", 95));
-                 }},
-        MadeFile{"cmyk.jpg",
-                 [](const auto& f) {
-                   patches()
-                       .icc_transform("cmyk", vips::VImage::option()->set("input_profile", "srgb"))
-                       .jpegsave(f.c_str(), vips::VImage::option()->set("Q", 95));
-                 }},
-        MadeFile{"cmyk-untagged.jpg",
-                 [](const auto& f) {
-                   patches()
-                       .icc_transform("cmyk", vips::VImage::option()->set("input_profile", "srgb"))
-                       .jpegsave(f.c_str(), vips::VImage::option()->set("Q", 95)->set("strip", true));
-                 }},
-        MadeFile{"grey.jpg",
-                 [](const auto& f) {
-                   patches()
-                       .colourspace(VIPS_INTERPRETATION_B_W)
-                       .jpegsave(f.c_str(), vips::VImage::option()->set("strip", true));
-                 }},
-        MadeFile{"grey-gamma18.png",
-                 [](const auto& f) {
-                   withProfile(patches().colourspace(VIPS_INTERPRETATION_B_W), greyGamma18Profile())
-                       .pngsave(f.c_str());
-                 }},
-        MadeFile{"p3-16bit.tif",
-                 [](const auto& f) {
-                   withProfile(
-                       (patches().cast(VIPS_FORMAT_USHORT) * 257)
-                           .cast(VIPS_FORMAT_USHORT)
-                           .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_RGB16)),
-                       iccProfile(ColorSpace::displayP3))
-                       .tiffsave(f.c_str());
-                 }}),
-    [](const auto& info) {
-      std::string name = info.param.name;
-      for (char& c : name)
-        if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
-      return name;
-    });
 
 // A profile that is damaged or describes other samples is passed over: the
 // picture reads as sRGB, and the decode says so.
 TEST_F(DecoderTest, UnusableProfileReadsAsSrgbWithAWarning) {
-  // The TIFF saver writes any profile it is given.
-  patches().tiffsave((dir / "plain.tif").c_str());
   std::vector<std::uint8_t> damaged = iccProfile(ColorSpace::displayP3);
   damaged.resize(damaged.size() / 3);
-  withProfile(patches(), damaged).tiffsave((dir / "damaged.tif").c_str());
-  withProfile(patches(), greyGamma18Profile()).tiffsave((dir / "grey-profile.tif").c_str());
-  const Image plain = ImageDecoder::decode(dir / "plain.tif", std::nullopt).image;
-  EXPECT_EQ(ImageDecoder::decode(dir / "plain.tif", std::nullopt).warning, "");
+  // The TIFF saver writes any profile it is given.
+  patches().tiffsave((dir / "plain.tif").c_str());
+  tagged(patches(), damaged).tiffsave((dir / "damaged.tif").c_str());
+  tagged(patches(), greyGamma18Profile()).tiffsave((dir / "grey-profile.tif").c_str());
+  const DecodedImage plain = ImageDecoder::decode(dir / "plain.tif", std::nullopt);
+  EXPECT_EQ(plain.warning, "");
   for (const char* name : {"damaged.tif", "grey-profile.tif"}) {
     const DecodedImage decoded = ImageDecoder::decode(dir / name, std::nullopt);
-    EXPECT_EQ(decoded.warning, "the embedded colour profile cannot be used; the colours are read as sRGB")
-        << name;
-    EXPECT_LT(test::deltaE(decoded.image, plain).max, 1e-3) << name;
+    EXPECT_EQ(decoded.warning, "the embedded colour profile cannot be used; the colours are read as sRGB");
+    EXPECT_LT(test::deltaE(decoded.image, plain.image).max, 1e-3) << name;
   }
 }
 
-// 16-bit samples keep their precision: neighbouring values stay apart, and
-// each is the sRGB curve of its value exactly.
+// Neighbouring 16-bit values stay apart: each is exactly the sRGB curve of
+// its own value.
 TEST_F(DecoderTest, SixteenBitSamplesKeepTheirPrecision) {
+  std::vector<std::uint16_t> ramp(1024 * 3);
+  for (std::size_t i = 0; i < ramp.size(); ++i) ramp[i] = std::uint16_t(30000 + i / 3);
   for (const char* name : {"ramp.png", "ramp.tif"}) {
-    SCOPED_TRACE(name);
-    std::vector<std::uint16_t> ramp(256 * 4 * 3);
-    for (std::size_t i = 0; i < ramp.size(); ++i) ramp[i] = std::uint16_t(30000 + i / 3);
-    vips::VImage image =
-        vips::VImage::new_from_memory(ramp.data(), ramp.size() * 2, 256, 4, 3, VIPS_FORMAT_USHORT)
-            .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_RGB16));
-    image.write_to_file((dir / name).c_str());
+    samples(ramp.data(), 1024, 3, VIPS_FORMAT_USHORT, VIPS_INTERPRETATION_RGB16)
+        .write_to_file((dir / name).c_str());
     const FloatPixels pixels = ImageDecoder::decode(dir / name, std::nullopt).image.readPixels();
-    for (int x = 0; x < 256 * 4; ++x) {
-      const double expected = decodeTransfer(ColorSpace::sRGB, (30000 + x) / 65535.0);
-      ASSERT_NEAR(pixels.values[std::size_t(x) * 3], expected, 2e-7) << x;
-    }
+    for (int x = 0; x < 1024; ++x)
+      ASSERT_NEAR(pixels.at(x, 0, 0), decodeTransfer(ColorSpace::sRGB, (30000 + x) / 65535.0), 2e-7) << name;
   }
 }
 
 TEST_F(DecoderTest, AlphaIsFlattenedOntoWhite) {
-  // Opaque black, transparent black, half-covered black.
-  const std::uint8_t rgba[] = {0, 0, 0, 255, 0, 0, 0, 0, 0, 0, 0, 128};
-  vips::VImage(
-      vips::VImage::new_from_memory(const_cast<std::uint8_t*>(rgba), sizeof rgba, 3, 1, 4, VIPS_FORMAT_UCHAR))
-      .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB))
-      .pngsave((dir / "rgba.png").c_str());
-  const std::uint16_t greyAlpha[] = {65535, 0};  // white under full transparency
-  vips::VImage::new_from_memory(const_cast<std::uint16_t*>(greyAlpha), sizeof greyAlpha, 1, 1, 2,
-                                VIPS_FORMAT_USHORT)
-      .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_GREY16))
-      .pngsave((dir / "grey-alpha.png").c_str());
-
-  const FloatPixels rgbaPixels = ImageDecoder::decode(dir / "rgba.png", std::nullopt).image.readPixels();
-  EXPECT_NEAR(rgbaPixels.at(0, 0, 1), 0, 1e-6);
-  EXPECT_NEAR(rgbaPixels.at(1, 0, 1), 1, 1e-6);
-  EXPECT_NEAR(rgbaPixels.at(2, 0, 1), decodeTransfer(ColorSpace::sRGB, 127 / 255.0), 0.005);
-  EXPECT_EQ(rgbaPixels.bands, 3);
-  const FloatPixels grey = ImageDecoder::decode(dir / "grey-alpha.png", std::nullopt).image.readPixels();
-  EXPECT_NEAR(grey.at(0, 0, 0), 1, 1e-6);
-  EXPECT_NEAR(grey.at(0, 0, 2), 1, 1e-6);
+  const std::uint8_t rgba[] = {0, 0, 0, 255, 0, 0, 0, 0, 0, 0, 0, 128};  // black: opaque, clear, half
+  samples(rgba, 3, 4, VIPS_FORMAT_UCHAR, VIPS_INTERPRETATION_sRGB).pngsave((dir / "rgba.png").c_str());
+  const std::uint16_t greyAlpha[] = {0, 0};  // 16-bit black, fully clear
+  samples(greyAlpha, 1, 2, VIPS_FORMAT_USHORT, VIPS_INTERPRETATION_GREY16).pngsave((dir / "ga.png").c_str());
+  const FloatPixels rgb = ImageDecoder::decode(dir / "rgba.png", std::nullopt).image.readPixels();
+  ASSERT_EQ(rgb.bands, 3);
+  EXPECT_NEAR(rgb.at(0, 0, 1), 0, 1e-6);
+  EXPECT_NEAR(rgb.at(1, 0, 1), 1, 1e-6);
+  EXPECT_NEAR(rgb.at(2, 0, 1), decodeTransfer(ColorSpace::sRGB, 127 / 255.0), 0.005);
+  EXPECT_NEAR(ImageDecoder::decode(dir / "ga.png", std::nullopt).image.readPixels().at(0, 0, 2), 1, 1e-6);
 }
 
 // ---- geometry ----
@@ -245,8 +168,7 @@ TEST_F(DecoderTest, AlphaIsFlattenedOntoWhite) {
 // The shared orientation set stores each picture so that it looks upright
 // once its orientation is applied: every one must match number 1.
 TEST(DecoderOrientation, EveryOrientationLooksUpright) {
-  if (!test::sharedPhoto("orientation/Landscape_1.jpg"))
-    GTEST_SKIP() << "the shared test photos are not there";
+  if (!test::sharedPhoto("orientation/Landscape_1.jpg")) GTEST_SKIP() << noShared;
   for (const std::string shape : {"Landscape", "Portrait"}) {
     const Image upright =
         ImageDecoder::decode(*test::sharedPhoto("orientation/" + shape + "_1.jpg"), 60).image;
@@ -256,8 +178,7 @@ TEST(DecoderOrientation, EveryOrientationLooksUpright) {
           *test::sharedPhoto("orientation/" + shape + "_" + std::to_string(orientation) + ".jpg");
       EXPECT_EQ(ImageDecoder::readHeader(file).orientation, orientation);
       const Image image = ImageDecoder::decode(file, 60).image;
-      ASSERT_EQ(image.width(), upright.width());
-      ASSERT_EQ(image.height(), upright.height());
+      ASSERT_EQ(std::pair(image.width(), image.height()), std::pair(upright.width(), upright.height()));
       // Their profiles differ a little; a wrong turn differs a lot.
       EXPECT_LT(test::deltaE(image, upright).mean, 4.0);
     }
@@ -275,14 +196,12 @@ class DecodedSizes : public DecoderTest, public ::testing::WithParamInterface<Si
 
 TEST_P(DecodedSizes, AreReducedToMaxSideNeverEnlarged) {
   const SizeCase& c = GetParam();
-  const auto file = dir / c.name;
-  test::writePhoto(file, c.width, c.height,
+  test::writePhoto(dir / c.name, c.width, c.height,
                    {.orientation = c.orientation > 1 ? std::optional(c.orientation) : std::nullopt});
-  const ImageDecoder::Header header = ImageDecoder::readHeader(file);
-  EXPECT_EQ(header.orientedWidth(), c.orientation >= 5 ? c.height : c.width);
-  const DecodedImage decoded = ImageDecoder::decode(file, c.maxSide);
-  EXPECT_EQ(decoded.image.width(), c.expectedWidth);
-  EXPECT_EQ(decoded.image.height(), c.expectedHeight);
+  EXPECT_EQ(ImageDecoder::readHeader(dir / c.name).orientedWidth(), c.orientation >= 5 ? c.height : c.width);
+  const DecodedImage decoded = ImageDecoder::decode(dir / c.name, c.maxSide);
+  EXPECT_EQ(std::pair(decoded.image.width(), decoded.image.height()),
+            std::pair(c.expectedWidth, c.expectedHeight));
   EXPECT_EQ(decoded.image.bands(), 3);
   EXPECT_EQ(decoded.warning, "");
 }
@@ -309,12 +228,10 @@ INSTANTIATE_TEST_SUITE_P(
 // more.
 TEST(DecoderSizes, ReducedDecodeMatchesTheFullDecodeScaled) {
   const auto file = test::sharedPhoto("phone/IMG_20200608_111614.jpg");
-  if (!file) GTEST_SKIP() << "the shared test photos are not there";
+  if (!file) GTEST_SKIP() << noShared;
   const Image reduced = ImageDecoder::decode(*file, 400).image;
-  const Image full = ImageDecoder::decode(*file, std::nullopt).image;
-  const Image scaled = fromVips(vipsImage(full).resize(double(reduced.width()) / full.width()).copy_memory());
-  ASSERT_EQ(scaled.width(), reduced.width());
-  ASSERT_EQ(scaled.height(), reduced.height());
+  const vips::VImage full = vipsImage(ImageDecoder::decode(*file, std::nullopt).image);
+  const Image scaled = fromVips(full.resize(double(reduced.width()) / full.width()).copy_memory());
   EXPECT_LT(test::deltaE(reduced, scaled).mean, 2.5);
 }
 
@@ -345,49 +262,43 @@ TEST_F(DecoderTest, UnreadableFilesAreClearErrors) {
   }
 }
 
-TEST_F(DecoderTest, AbsurdHeaderIsRefusedBeforeAnyPixel) {
-  // A PNG that claims 100000 × 100000 pixels and holds two bytes of them.
-  auto be32 = [](std::uint32_t v) {
-    return std::string{char(v >> 24), char(v >> 16 & 0xFF), char(v >> 8 & 0xFF), char(v & 0xFF)};
-  };
-  auto chunk = [&](const std::string& type, const std::string& data) {
-    return be32(std::uint32_t(data.size())) + type + data + be32(crc32(type + data));
-  };
-  const std::string png =
-      "\x89PNG\r\n\x1A\n" +
-      chunk("IHDR", be32(100000) + be32(100000) + std::string("\x08\x02\x00\x00\x00", 5)) +
-      chunk("IDAT", "\x78\x9C") + chunk("IEND", "");
+TEST_F(DecoderTest, AbsurdSizeIsRefusedBeforeAnyPixel) {
+  // A PNG whose header claims 100000 × 100000 pixels: its size and CRC
+  // patched into a real one.
+  test::writePhoto(dir / "small.png", 30, 20);
+  std::string png = test::readFile(dir / "small.png");
+  for (std::size_t at : {16, 20}) png.replace(at, 4, std::string("\x00\x01\x86\xA0", 4));
+  std::uint32_t crc = 0xFFFFFFFF;
+  for (std::size_t i = 12; i < 29; ++i) {
+    crc ^= std::uint8_t(png[i]);
+    for (int k = 0; k < 8; ++k) crc = crc & 1 ? (crc >> 1) ^ 0xEDB88320 : crc >> 1;
+  }
+  for (int k = 0; k < 4; ++k) png[29 + k] = char(~crc >> (24 - 8 * k));
   test::writeFile(dir / "huge.png", png);
   EXPECT_TRUE(test::throwsWith<ImageError>([&] { ImageDecoder::decode(dir / "huge.png", 100); },
                                            "too large (100000 × 100000 pixels)"));
-  test::writePhoto(dir / "small.jpg", 300, 200);
   EXPECT_TRUE(test::throwsWith<ImageError>(
-      [&] { ImageDecoder::readHeader(dir / "small.jpg", {.maxSide = 250}); }, "too large"));
+      [&] { ImageDecoder::readHeader(dir / "small.png", {.maxSide = 25}); }, "too large (30 × 20 pixels)"));
 }
 
-// A JPEG cut short shows what it has, as photo viewers do, and says so.
+// A JPEG cut short shows what it has, as photo viewers do, and says so;
+// bytes after a complete one are no damage.
 TEST_F(DecoderTest, TruncatedJpegIsShownAsFarAsItGoesWithAWarning) {
-  const auto phone = test::sharedPhoto("phone/IMG_20200608_111614.jpg");
-  if (!phone) GTEST_SKIP() << "the shared test photos are not there";
-  const std::filesystem::path whole = *phone;
-  const std::string bytes = test::readFile(whole);
+  const auto whole = test::sharedPhoto("phone/IMG_20200608_111614.jpg");
+  if (!whole) GTEST_SKIP() << noShared;
+  const std::string bytes = test::readFile(*whole);
   test::writeFile(dir / "cut.jpg", bytes.substr(0, bytes.size() / 2));
+  test::writeFile(dir / "trailer.jpg", bytes + std::string(1000, '\0') + "\xFF\xD8 more");
   for (std::optional<int> maxSide : {std::optional<int>(), std::optional<int>(600)}) {
     const DecodedImage cut = ImageDecoder::decode(dir / "cut.jpg", maxSide);
-    const Image complete = ImageDecoder::decode(whole, maxSide).image;
+    const Image complete = ImageDecoder::decode(*whole, maxSide).image;
     EXPECT_EQ(cut.warning, "the file is cut short: only the part that could be read is shown");
-    // The top rows are the picture's own; the bottom ones are not.
     const Area top{0, 0, complete.width(), complete.height() / 5};
     const Area bottom{0, complete.height() * 4 / 5, complete.width(), complete.height() / 5};
     EXPECT_LT(test::deltaE(test::cropped(cut.image, top), test::cropped(complete, top)).mean, 0.5);
     EXPECT_GT(test::deltaE(test::cropped(cut.image, bottom), test::cropped(complete, bottom)).mean, 5);
+    EXPECT_EQ(ImageDecoder::decode(dir / "trailer.jpg", maxSide).warning, "");
   }
-  EXPECT_EQ(ImageDecoder::decode(whole, 600).warning, "");
-}
-
-TEST_F(DecoderTest, TrailingBytesAfterACompleteJpegAreNoDamage) {
-  test::writeFile(dir / "trailer.jpg", test::jpegBytes(64, 48) + std::string(1000, '\0') + "\xFF\xD8 more");
-  EXPECT_EQ(ImageDecoder::decode(dir / "trailer.jpg", std::nullopt).warning, "");
 }
 
 TEST_F(DecoderTest, DamagedFilesFailCleanly) {
@@ -396,10 +307,7 @@ TEST_F(DecoderTest, DamagedFilesFailCleanly) {
   test::writeFile(dir / "cut.png", png.substr(0, png.size() / 2));
   EXPECT_TRUE(test::throwsWith<ImageError>([&] { ImageDecoder::decode(dir / "cut.png", 100); },
                                            "cannot decode " + quotedPath(dir / "cut.png")));
-  test::writeFile(dir / "header.jpg", "\xFF\xD8\xFF\xE0 garbage");
-  EXPECT_TRUE(test::throwsWith<ImageError>([&] { ImageDecoder::readHeader(dir / "header.jpg"); },
-                                           "not a readable JPEG, PNG, TIFF or HEIF image"));
-  // Noise in the middle of the compressed data: some picture, no crash.
+  // Noise in the middle of the compressed data: some picture or an error.
   std::string jpeg = test::jpegBytes(256, 256);
   for (std::size_t i = jpeg.size() / 2; i < jpeg.size() / 2 + 200; ++i) jpeg[i] = char(i * 131);
   test::writeFile(dir / "noise.jpg", jpeg);

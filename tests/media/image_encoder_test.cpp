@@ -14,23 +14,15 @@ using namespace lumivale;
 
 namespace {
 
-// Patches of linear working-space colours, 8 × 8 pixels each: neutrals,
-// primaries, skin, and (for wide spaces) a red beyond sRGB.
+// Linear working-space colours, 8 × 8 pixels each: neutrals, primaries,
+// skin, and (for wide spaces) a red beyond sRGB.
 Image workingPatches(bool beyondSrgb) {
-  std::vector<std::array<float, 3>> colours = {{0, 0, 0},
-                                               {0.002f, 0.002f, 0.002f},
-                                               {0.18f, 0.18f, 0.18f},
-                                               {1, 1, 1},
-                                               {0.8f, 0.05f, 0.03f},
-                                               {0.04f, 0.6f, 0.05f},
-                                               {0.03f, 0.05f, 0.7f},
-                                               {0.45f, 0.25f, 0.16f}};
-  if (beyondSrgb) colours.push_back({1.1f, -0.03f, -0.015f});
-  FloatPixels pixels{int(colours.size()) * 8, 8, 3, {}};
-  for (int y = 0; y < 8; ++y)
-    for (const auto& c : colours)
-      for (int x = 0; x < 8; ++x) pixels.values.insert(pixels.values.end(), c.begin(), c.end());
-  return Image::fromPixels(pixels);
+  std::vector<float> colours = {0,     0,     0,     0.002f, 0.002f, 0.002f, 0.18f, 0.18f,
+                                0.18f, 1,     1,     1,      0.8f,   0.05f,  0.03f, 0.04f,
+                                0.6f,  0.05f, 0.03f, 0.05f,  0.7f,   0.45f,  0.25f, 0.16f};
+  if (beyondSrgb) colours.insert(colours.end(), {1.1f, -0.03f, -0.015f});
+  const Image row = Image::fromPixels({int(colours.size() / 3), 1, 3, colours});
+  return fromVips(vipsImage(row).zoom(8, 8).copy_memory());
 }
 
 struct RoundTrip {

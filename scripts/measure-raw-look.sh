@@ -5,11 +5,11 @@
 #   scripts/measure-raw-look.sh [RAW] [BUILD_DIR]
 #
 # RAW defaults to the shared Canon test photo, BUILD_DIR to build/release.
-# The render is lumivale-cli's (`render RAW --full`: the initial settings
-# of a RAW photo), reduced to the JPEG's size; the reference is the
-# camera's JPEG exactly as stored, taken out with exiftool. Without a
-# `render` command in lumivale-cli, the shared photo is measured by the
-# render test, which renders it with the same settings at the JPEG's size.
+# The render is lumivale-cli's (`render RAW --size N`: the initial settings
+# of a RAW photo) at the JPEG's size; the reference is the camera's JPEG
+# exactly as stored, taken out with exiftool. Without a `render` command in
+# lumivale-cli, the shared photo is measured by the render test, which
+# renders it with the same settings at the same size.
 # Needs exiftool and the vips command-line tools.
 set -euo pipefail
 
@@ -31,11 +31,10 @@ exiftool -b -PreviewImage "$raw" >"$work/camera.jpg"
 width=$(vipsheader -f width "$work/camera.jpg")
 height=$(vipsheader -f height "$work/camera.jpg")
 
-"$cli" --library "$work/library" render "$raw" --full -o "$work/render.png" >/dev/null
-rendered=$(vipsheader -f width "$work/render.png")
-scale=$(awk -v w="$width" -v r="$rendered" 'BEGIN { printf "%.10f", w / r }')
-vips resize "$work/render.png" "$work/small.v" "$scale"
-vips crop "$work/small.v" "$work/fitted.v" 0 0 "$width" "$height"
+# Rendered at the JPEG's size; cut to it should the frame differ by a pixel.
+"$cli" --library "$work/library" render "$raw" --size "$(( width > height ? width : height ))" \
+  -o "$work/render.png" >/dev/null
+vips crop "$work/render.png" "$work/fitted.v" 0 0 "$width" "$height"
 vips colourspace "$work/fitted.v" "$work/ours.v" lab
 vips colourspace "$work/camera.jpg" "$work/theirs.v" lab
 vips dE00 "$work/ours.v" "$work/theirs.v" "$work/difference.v"

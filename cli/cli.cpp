@@ -191,6 +191,7 @@ const std::vector<Command>& commands() {
     addLutCommands(t);
     addRenderCommands(t);
     addBackupCommands(t);
+    addPreviewCommands(t);
     return t;
   }();
   return table;

@@ -15,5 +15,6 @@ void addRenderCommands(std::vector<Command>& table);
 void addMaskCommands(std::vector<Command>& table);
 void addEditCommands(std::vector<Command>& table);
 void addBackupCommands(std::vector<Command>& table);
+void addPreviewCommands(std::vector<Command>& table);
 
 }  // namespace lumivale::cli

@@ -37,6 +37,13 @@ std::optional<StartupOptions> parseStartup(const std::vector<std::string>& args,
   return options;
 }
 
+OpenedLibrary openLibrary(const std::filesystem::path& folder) {
+  OpenedLibrary opened;
+  opened.library = std::make_unique<PhotoLibrary>(folder);
+  opened.backup = std::make_unique<DailyBackup>(folder);
+  return opened;
+}
+
 std::optional<int> startUp(const StartupOptions& options, std::ostream& out, std::ostream& err) {
   switch (options.mode) {
     case StartupOptions::Mode::help:
@@ -60,10 +67,20 @@ std::optional<int> startUp(const StartupOptions& options, std::ostream& out, std
   }
   const auto folder = resolveLibraryFolder(options.library);
   try {
-    PhotoLibrary library(folder);
+    OpenedLibrary opened = openLibrary(folder);
+    PhotoLibrary& library = *opened.library;
     out << "Library: " << library.folder().string() << "\n"
         << "Photos:  " << library.count() << "\n";
-    // The window takes over from here once the interface exists.
+    const CatalogSafety safety = library.safety();
+    if (safety.readOnly) out << "Read-only: " << safety.readOnlyReason << "\n";
+    if (safety.check.passed()) {
+      out << "Checked: sound, in " << formatFixed(safety.check.seconds, 2) << " s (" << safety.check.reason
+          << ")\n";
+    }
+    // The window takes over from here once the interface exists. Until
+    // then the program ends at once, and waits for the backup first so that
+    // the day's backup is not cut short.
+    out << "Backup:  " << opened.backup->wait().note << "\n";
     return 0;
   } catch (const std::exception& e) {
     err << "KUVO Lumivale could not open its library\n" << folder.string() << "\n" << e.what() << "\n";

@@ -30,6 +30,20 @@ class TempLibrary {
   std::unique_ptr<PhotoLibrary> library;
 };
 
+/// Inserts photos 1 to `count` with camera facts, 500 to a folder, one in
+/// seven a RAW file.
+inline void insertPhotos(PhotoLibrary& library, int count) {
+  library.db().run(R"SQL(
+    WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < ?)
+    INSERT INTO photos(path, folder, name, ext, size, width, height, capture, imported, camera, lens,
+                       iso, shutter, aperture, focal, rating, raw)
+    SELECT '/photos/' || (i / 500) || '/IMG_' || i || '.jpg', '/photos/' || (i / 500), 'IMG_' || i || '.jpg',
+           'jpg', 5000000 + i, 6000, 4000, 1.6e9 + i * 60, 1.7e9, 'Canon EOS R5', 'RF24-70mm F2.8 L IS USM',
+           100 * (1 + i % 64), 1.0 / (1 + i % 4000), 2.8, 50, i % 6, i % 7 = 0 FROM n
+  )SQL",
+                   {count});
+}
+
 /// One `T` made from `size`, made on first use and kept for the whole run.
 template <class T>
 T& keptOfSize(int size) {

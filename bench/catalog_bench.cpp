@@ -12,16 +12,7 @@ class BigLibrary : public bench::TempLibrary {
  public:
   static constexpr int photos = 100000;
 
-  BigLibrary() {
-    library->db().exec(R"SQL(
-      WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 100000)
-      INSERT INTO photos(path, folder, name, ext, size, width, height, capture, imported, camera, lens,
-                         iso, shutter, aperture, focal, rating, raw)
-      SELECT '/photos/' || (i / 500) || '/IMG_' || i || '.jpg', '/photos/' || (i / 500), 'IMG_' || i || '.jpg',
-             'jpg', 5000000 + i, 6000, 4000, 1.6e9 + i * 60, 1.7e9, 'Canon EOS R5', 'RF24-70mm F2.8 L IS USM',
-             100 * (1 + i % 64), 1.0 / (1 + i % 4000), 2.8, 50, i % 6, i % 7 = 0 FROM n;
-    )SQL");
-  }
+  BigLibrary() { bench::insertPhotos(*library, photos); }
 };
 
 BigLibrary& big() {

@@ -9,8 +9,10 @@
 
 #include "cli/commands.h"
 #include "cli/common.h"
+#include "engine/catalog/catalog_safety.h"
 #include "engine/catalog/library_location.h"
 #include "engine/catalog/photo_library.h"
+#include "engine/media/safe_file.h"
 
 namespace lumivale::cli {
 
@@ -35,9 +37,23 @@ Context::~Context() = default;
 
 std::filesystem::path Context::libraryFolder() const { return resolveLibraryFolder(libraryArg); }
 
-PhotoLibrary& Context::library() {
-  if (!lib) lib = std::make_unique<PhotoLibrary>(libraryFolder());
+PhotoLibrary& Context::library(bool forWriting) {
+  if (forWriting && !openedForWriting) {
+    // A library read so far is opened afresh, with its check.
+    lib.reset();
+    lib = std::make_unique<PhotoLibrary>(libraryFolder(), LibraryOptions{.checkWhenDue = true});
+    openedForWriting = true;
+  }
+  if (!lib) lib = std::make_unique<PhotoLibrary>(libraryFolder(), LibraryOptions{.checkWhenDue = false});
+  if (forWriting) lib->requireWritable();
   return *lib;
+}
+
+std::optional<std::string> Context::readError() {
+  if (!lib) return std::nullopt;
+  auto error = lib->takeReadError();
+  if (!error) return std::nullopt;
+  return "the catalog could not be read completely: " + *error + " in " + quotedPath(lib->databasePath());
 }
 
 void Context::printJson(const nlohmann::json& document) const {
@@ -174,6 +190,8 @@ const std::vector<Command>& commands() {
     addMaskCommands(t);
     addLutCommands(t);
     addRenderCommands(t);
+    addBackupCommands(t);
+    addPreviewCommands(t);
     addExportCommands(t);
     return t;
   }();
@@ -271,9 +289,26 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
       return 0;
     }
     Arguments parsed = parseArguments(rest, command->options);
-    Context context(libraryArg, json, out, err, stderrIsTerminal, stdinIsTerminal);
+    // Output is held back until the command's reads are known to be
+    // complete: partial results are never printed as if they were all.
+    std::ostringstream held;
+    Context context(libraryArg, json, held, err, stderrIsTerminal, stdinIsTerminal);
     context.stdoutIsTerminal = &out == &std::cout && isatty(STDOUT_FILENO) != 0;
-    return command->run(context, parsed);
+    int status = 0;
+    try {
+      status = command->run(context, parsed);
+    } catch (const UsageError&) {
+      throw;
+    } catch (const std::exception&) {
+      // A conclusion drawn from a failed read ("no photo with id 7") is not
+      // the error to report.
+      if (auto readError = context.readError()) throw CommandError(*readError);
+      out << held.str();
+      throw;
+    }
+    if (auto readError = context.readError()) throw CommandError(*readError);
+    out << held.str();
+    return status;
   } catch (const UsageError& e) {
     // One line, like every error; the help is one command away.
     err << "error: " << printable(e.what()) << " (see 'lumivale-cli "
@@ -282,6 +317,9 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
   } catch (const std::exception& e) {
     // Messages quote names and paths; whatever they hold stays on one line.
     std::string message = e.what();
+    if (auto* damaged = dynamic_cast<const CatalogDamaged*>(&e); damaged && damaged->lastGoodBackup()) {
+      message += " Restore it with: lumivale-cli backup restore " + damaged->lastGoodBackup()->name;
+    }
     std::replace(message.begin(), message.end(), '\n', ' ');
     err << "error: " << printable(message) << "\n";
     return 1;

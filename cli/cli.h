@@ -5,7 +5,9 @@
 //   lumivale-cli [--library DIR] [--json] COMMAND [ARGS...]
 //
 // Exit status: 0 success, 1 an error (one "error: ..." line on stderr),
-// 2 a usage error.
+// 2 a usage error. A command whose reads of the catalog did not all
+// complete (a damaged page, a search SQLite refused) fails with status 1 and
+// prints none of what it read.
 
 #include <cstdint>
 #include <filesystem>
@@ -49,8 +51,16 @@ class Context {
 
   /// The library folder chosen by --library, LUMIVALE_LIBRARY or the default.
   std::filesystem::path libraryFolder() const;
-  /// Opens (creating if needed) the library on first call.
-  PhotoLibrary& library();
+  /// Opens (creating if needed) the library on first call. For reading only
+  /// unless `forWriting`: a library opened for writing is checked first
+  /// when its check is due (and refused when it fails), and a read-only
+  /// library is refused with the reason.
+  PhotoLibrary& library(bool forWriting = false);
+  /// The library for a command that changes it: `library(true)`.
+  PhotoLibrary& writableLibrary() { return library(true); }
+  /// The error of the library's reads that did not complete since the last
+  /// call, or nothing.
+  std::optional<std::string> readError();
 
   bool json;
   std::ostream& out;
@@ -68,6 +78,7 @@ class Context {
  private:
   std::optional<std::string> libraryArg;
   std::unique_ptr<PhotoLibrary> lib;
+  bool openedForWriting = false;
 };
 
 /// The parsed arguments of one command.

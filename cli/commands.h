@@ -14,6 +14,8 @@ void addLutCommands(std::vector<Command>& table);
 void addRenderCommands(std::vector<Command>& table);
 void addMaskCommands(std::vector<Command>& table);
 void addEditCommands(std::vector<Command>& table);
+void addBackupCommands(std::vector<Command>& table);
+void addPreviewCommands(std::vector<Command>& table);
 void addExportCommands(std::vector<Command>& table);
 
 }  // namespace lumivale::cli

@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include <algorithm>
+#include <cstdio>
 
 #include "engine/catalog/library_query.h"
 #include "engine/catalog/photo_library.h"
@@ -56,6 +57,23 @@ std::string plural(std::size_t n, const std::string& one, const std::string& man
 }
 
 std::string photoCount(std::size_t n) { return plural(n, "photo", "photos"); }
+
+std::string byteText(std::uintmax_t bytes) {
+  const char* units[] = {"bytes", "KB", "MB", "GB", "TB"};
+  double value = static_cast<double>(bytes);
+  int unit = 0;
+  while (value >= 1000 && unit < 4) {
+    value /= 1000;
+    ++unit;
+  }
+  char text[64];
+  if (unit == 0) {
+    std::snprintf(text, sizeof text, "%ju bytes", bytes);
+  } else {
+    std::snprintf(text, sizeof text, "%.1f %s", value, units[unit]);
+  }
+  return text;
+}
 
 void requireCount(const Arguments& args, std::size_t count, const std::string& usage) {
   if (args.positional.size() != count) throw UsageError("expected: " + usage);

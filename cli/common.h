@@ -35,6 +35,8 @@ std::string joined(const std::vector<std::string>& parts, const std::string& sep
 std::string plural(std::size_t n, const std::string& one, const std::string& many);
 /// "1 photo", "3 photos".
 std::string photoCount(std::size_t n);
+/// A size in bytes as "512 bytes", "1.5 MB".
+std::string byteText(std::uintmax_t bytes);
 
 /// A usage error "expected: `usage`" unless there are `count` positional arguments.
 void requireCount(const Arguments& args, std::size_t count, const std::string& usage);

@@ -93,7 +93,7 @@ int edit(Context& ctx, const Arguments& args) {
     throw UsageError("expected: edit ID FIELD=VALUE... [--step NAME | --no-step]");
   if (args.value("--step") && args.has("--no-step"))
     throw UsageError("--step and --no-step exclude each other");
-  PhotoLibrary& library = ctx.library();
+  PhotoLibrary& library = ctx.writableLibrary();
   std::int64_t id = photoAt(library, args, 0);
   std::vector<std::string> assignments(args.positional.begin() + 1, args.positional.end());
   std::vector<FieldEdit> edits;
@@ -180,8 +180,9 @@ void reportPosition(Context& ctx, std::int64_t id, int position, const std::opti
 
 int undo(Context& ctx, const Arguments& args) {
   requireCount(args, 1, "undo ID");
-  std::int64_t id = photoAt(ctx.library(), args, 0);
-  auto step = ctx.library().undo(id);
+  PhotoLibrary& library = ctx.writableLibrary();
+  std::int64_t id = photoAt(library, args, 0);
+  auto step = library.undo(id);
   if (!step) throw CommandError("nothing to undo for photo " + std::to_string(id));
   reportPosition(ctx, id, step->seq, step);
   return 0;
@@ -189,8 +190,9 @@ int undo(Context& ctx, const Arguments& args) {
 
 int redo(Context& ctx, const Arguments& args) {
   requireCount(args, 1, "redo ID");
-  std::int64_t id = photoAt(ctx.library(), args, 0);
-  auto step = ctx.library().redo(id);
+  PhotoLibrary& library = ctx.writableLibrary();
+  std::int64_t id = photoAt(library, args, 0);
+  auto step = library.redo(id);
   if (!step) throw CommandError("nothing to redo for photo " + std::to_string(id));
   reportPosition(ctx, id, step->seq, step);
   return 0;
@@ -198,16 +200,17 @@ int redo(Context& ctx, const Arguments& args) {
 
 int goTo(Context& ctx, const Arguments& args) {
   requireCount(args, 2, "goto ID SEQ");
-  std::int64_t id = photoAt(ctx.library(), args, 0);
   std::int64_t seq = parseInteger(args.positional[1], "history step");
   if (seq < 1 || seq > std::numeric_limits<int>::max()) {
     throw UsageError("'" + args.positional[1] + "' is not a valid history step");
   }
-  if (!ctx.library().goToHistory(id, static_cast<int>(seq))) {
+  PhotoLibrary& library = ctx.writableLibrary();
+  std::int64_t id = photoAt(library, args, 0);
+  if (!library.goToHistory(id, static_cast<int>(seq))) {
     throw CommandError("photo " + std::to_string(id) + " has no readable history step " +
                        std::to_string(seq));
   }
-  const EditHistory h = ctx.library().history(id);
+  const EditHistory h = library.history(id);
   std::optional<HistoryStep> step;
   for (const HistoryStep& s : h.steps) {
     if (s.seq == h.position) step = s;
@@ -233,7 +236,7 @@ int snapshot(Context& ctx, const Arguments& args) {
   const std::string usage = "snapshot list ID | add ID NAME | apply SNAPSHOT_ID | delete SNAPSHOT_ID";
   if (args.positional.size() < 2) throw UsageError("expected: " + usage);
   const std::string& action = args.positional[0];
-  PhotoLibrary& library = ctx.library();
+  PhotoLibrary& library = ctx.library(action == "add" || action == "apply" || action == "delete");
 
   if (action == "list") {
     requireCount(args, 2, "snapshot list ID");
@@ -302,8 +305,8 @@ int preset(Context& ctx, const Arguments& args) {
       "preset list | save NAME FROM_ID [--groups g,g] | delete ID | apply NAME_OR_ID IDS";
   if (args.positional.empty()) throw UsageError("expected: " + usage);
   const std::string& action = args.positional[0];
-  PhotoLibrary& library = ctx.library();
   if (action != "save" && args.value("--groups")) throw UsageError("--groups belongs to preset save");
+  PhotoLibrary& library = ctx.library(action == "save" || action == "delete" || action == "apply");
 
   if (action == "list") {
     requireCount(args, 1, "preset list");
@@ -424,7 +427,7 @@ int copySettings(Context& ctx, const Arguments& args) {
   std::set<SettingsGroup> groups = groupsFrom(args);
   to.erase(std::remove(to.begin(), to.end(), from), to.end());
   if (to.empty()) throw UsageError("no photo to copy to besides the source");
-  PhotoLibrary& library = ctx.library();
+  PhotoLibrary& library = ctx.writableLibrary();
   Ids all{from};
   all.insert(all.end(), to.begin(), to.end());
   requirePhotos(library, all);

@@ -23,7 +23,7 @@ std::string resultText(const ImportResult& r) {
 
 int importCommand(Context& ctx, const Arguments& args) {
   if (args.positional.size() != 1) throw UsageError("import takes one folder");
-  PhotoLibrary& library = ctx.library();
+  PhotoLibrary& library = ctx.writableLibrary();
   ImportResult result;
   {
     Progress progress(ctx, "Importing");

@@ -9,23 +9,6 @@
 namespace lumivale::cli {
 namespace {
 
-std::string byteText(std::uintmax_t bytes) {
-  const char* units[] = {"bytes", "KB", "MB", "GB", "TB"};
-  double value = static_cast<double>(bytes);
-  int unit = 0;
-  while (value >= 1000 && unit < 4) {
-    value /= 1000;
-    ++unit;
-  }
-  char text[64];
-  if (unit == 0) {
-    std::snprintf(text, sizeof text, "%ju bytes", bytes);
-  } else {
-    std::snprintf(text, sizeof text, "%.1f %s", value, units[unit]);
-  }
-  return text;
-}
-
 int info(Context& ctx, const Arguments& args) {
   if (!args.positional.empty()) throw UsageError("info takes no arguments");
   PhotoLibrary& library = ctx.library();

@@ -83,7 +83,7 @@ int listMasks(Context& ctx, const Arguments& args) {
 
 int importMask(Context& ctx, const Arguments& args) {
   if (args.positional.size() != 3) throw UsageError("expected: mask import ID FILE.png");
-  PhotoLibrary& library = ctx.library();
+  PhotoLibrary& library = ctx.writableLibrary();
   const std::int64_t id = parseId(args.positional[1]);
   MaskKind kind = MaskKind::subject;
   if (auto text = args.value("--kind")) {
@@ -135,7 +135,7 @@ int exportMask(Context& ctx, const Arguments& args) {
 
 int deleteMask(Context& ctx, const Arguments& args) {
   if (args.positional.size() != 3) throw UsageError("expected: mask delete ID MASK_ID");
-  PhotoLibrary& library = ctx.library();
+  PhotoLibrary& library = ctx.writableLibrary();
   const std::int64_t id = parseId(args.positional[1]);
   existingPhoto(library, id);
   // The mask is looked up in the settings the deletion itself reads, so it

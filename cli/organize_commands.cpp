@@ -140,7 +140,7 @@ int rate(Context& ctx, const Arguments& args) {
   // so 7 stores 5 and -2 stores 0, and the output shows what was stored.
   const int rating =
       static_cast<int>(std::clamp<std::int64_t>(parseInteger(args.positional[1], "rating"), 0, 5));
-  PhotoLibrary& library = ctx.library();
+  PhotoLibrary& library = ctx.writableLibrary();
   requirePhotos(library, ids);
   library.setRating(ids, rating);
   if (ctx.json) {
@@ -163,7 +163,7 @@ int flag(Context& ctx, const Arguments& args) {
   } else if (word != "none") {
     throw UsageError("unknown flag '" + word + "' (one of pick, reject, none)");
   }
-  PhotoLibrary& library = ctx.library();
+  PhotoLibrary& library = ctx.writableLibrary();
   requirePhotos(library, ids);
   library.setFlag(ids, value);
   if (ctx.json) {
@@ -185,7 +185,7 @@ int label(Context& ctx, const Arguments& args) {
   } else if (!colorLabelFromKey(key)) {
     throw UsageError("unknown label '" + key + "' (one of " + keyList(allColorLabels()) + ", none)");
   }
-  PhotoLibrary& library = ctx.library();
+  PhotoLibrary& library = ctx.writableLibrary();
   requirePhotos(library, ids);
   library.setLabel(ids, key);
   if (ctx.json) {
@@ -259,7 +259,7 @@ int keyword(Context& ctx, const Arguments& args) {
   const std::string& action = args.positional[0];
   Ids ids = idsAt(args, 1, "keyword " + action);
   std::string text = textFrom(args, 2);
-  PhotoLibrary& library = ctx.library();
+  PhotoLibrary& library = ctx.library(action == "add" || action == "remove");
   if (action == "add") {
     std::vector<std::string> words = splitWords(text);
     if (words.empty()) throw UsageError("no keywords given");
@@ -310,7 +310,8 @@ std::string collectionText(const Collection& c) {
 int collection(Context& ctx, const Arguments& args) {
   if (args.positional.empty()) throw UsageError("expected: collection list|create|rename|delete|add|remove");
   const std::string& action = args.positional[0];
-  PhotoLibrary& library = ctx.library();
+  PhotoLibrary& library = ctx.library(action == "create" || action == "rename" || action == "delete" ||
+                                      action == "add" || action == "remove");
 
   if (action == "list") {
     requireCount(args, 1, "collection list");
@@ -440,7 +441,7 @@ int folders(Context& ctx, const Arguments& args) {
 int removePhotos(Context& ctx, const Arguments& args) {
   requireCount(args, 1, "remove IDS [--yes]");
   Ids ids = idsAt(args, 0, "remove");
-  PhotoLibrary& library = ctx.library();
+  PhotoLibrary& library = ctx.writableLibrary();
   requirePhotos(library, ids);
   if (!args.has("--yes") && !args.has("-y")) {
     if (!ctx.stdinIsTerminal) {

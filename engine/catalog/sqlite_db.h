@@ -5,8 +5,11 @@
 // statements from several threads are serialised per database, and the body
 // of `transaction` may call `exec`, `run` and `query` freely on its thread.
 // No statement is cached: each call prepares, uses and finalises its own.
-// Reads (`query`) never throw; writes throw `SQLError`.
+// Reads (`query`) never throw; writes throw `SQLError`. A read that SQLite
+// ends early (a damaged page, a statement it refuses) still gives the rows it
+// has, and leaves its error in `lastReadError` for whoever reports it.
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -75,19 +78,36 @@ class SQLValue {
 
 using SQLRow = std::vector<SQLValue>;
 
+/// How `SQLiteDB::backupInto` paces its copy: pages per step and a pause
+/// between steps (zero: none).
+struct CopyPacing {
+  int pagesPerStep = 4096;
+  std::chrono::microseconds pause{0};
+};
+
 /// One connection to a catalog database file. Move-free and copy-free: it is
 /// owned by the library that opened it and shared by reference.
 class SQLiteDB {
  public:
-  /// Opens (creating if missing) the database at `path` in serialised mode
-  /// with a 4000 ms busy timeout. Throws SQLError
-  /// "Cannot open the library database at <path>".
-  explicit SQLiteDB(const std::string& path);
+  enum class Access {
+    readWrite,  ///< opens or creates the file
+    readOnly,   ///< never writes the file; falls back to an immutable view
+                ///< when SQLite cannot make its shared-memory file beside it
+  };
+
+  /// Opens the database at `path` in serialised mode with a 4000 ms busy
+  /// timeout. Throws SQLError "Cannot open the library database at <path>".
+  explicit SQLiteDB(const std::string& path, Access access = Access::readWrite);
   ~SQLiteDB();
   SQLiteDB(const SQLiteDB&) = delete;
   SQLiteDB& operator=(const SQLiteDB&) = delete;
 
   const std::string& path() const { return path_; }
+  bool readOnly() const { return access == Access::readOnly; }
+
+  /// The error text of any write refused because the connection is
+  /// read-only, in place of SQLite's "attempt to write a readonly database".
+  void explainReadOnly(const std::string& note);
 
   /// Runs a script of statements without parameters. Throws SQLite's message.
   void exec(const std::string& sql);
@@ -116,9 +136,31 @@ class SQLiteDB {
   void forEachRow(const std::string& sql, const std::vector<SQLValue>& args,
                   const std::function<void(const SQLRow&)>& body);
 
+  /// The error of the last read that ended early or did not start, as
+  /// SQLite says it, or nothing. `takeReadError` also clears it, so a caller
+  /// can ask whether the reads since it last asked were complete.
+  std::optional<std::string> lastReadError();
+  std::optional<std::string> takeReadError();
+
+  /// Runs SQLite's quick_check over the whole database: the problems it
+  /// reports, or the error that kept it from running; empty when the file
+  /// is sound. Never throws.
+  std::vector<std::string> quickCheck();
+
+  /// Copies the database into a new database file at `destination` with
+  /// SQLite's backup API, from one snapshot of this connection (a read
+  /// transaction held across every step, so writers on other connections
+  /// neither wait for the copy nor make it start over). Between steps
+  /// `proceed` is asked whether to go on. Throws SQLError (SQLite's message,
+  /// or "the copy was cancelled"); the caller removes the destination then.
+  /// The copy is in rollback-journal mode, a single file.
+  void backupInto(const std::string& destination, const CopyPacing& pacing,
+                  const std::function<bool()>& proceed = {});
+
   /// Runs `body` between BEGIN IMMEDIATE and COMMIT, holding the lock
   /// throughout. On any failure rolls back and rethrows the first failure
-  /// (never the rollback's own error).
+  /// (never the rollback's own error). A read-only connection refuses at
+  /// once.
   void transaction(const std::function<void()>& body);
 
   /// The lock that serialises the connection; hold it to keep several calls
@@ -128,10 +170,17 @@ class SQLiteDB {
  private:
   static void bindArguments(sqlite3_stmt* stmt, const std::vector<SQLValue>& args);
   static void readColumn(sqlite3_stmt* stmt, int column, SQLValue& into);
+  // SQLite's message for the connection's last failure, or the read-only
+  // note when that failure was a refused write.
+  std::string failure();
+  void noteReadError();
 
   sqlite3* db = nullptr;
   std::recursive_mutex mutex;
   std::string path_;
+  Access access;
+  std::string readOnlyNote;
+  std::optional<std::string> readError;
 };
 
 }  // namespace lumivale

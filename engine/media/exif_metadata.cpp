@@ -482,6 +482,15 @@ std::optional<RawDirectory> readRawDirectory(PhotoFile& file) {
     raw.fNumber = std::max(0.0, facts.fNumber.value_or(0));
     raw.focal = std::max(0.0, facts.focalLength.value_or(0));
     raw.orientation = facts.orientation;
+    if (auto lens = Exiv2::lensName(exif); lens != exif.end() && lens->count() > 0) {
+      raw.makerLens = trimmed(lens->print(&exif));
+    }
+    // An all-ones distance (infinity) reads as negative here: not recorded.
+    if (auto distance = exif.findKey(Exiv2::ExifKey("Exif.Photo.SubjectDistance"));
+        distance != exif.end() && distance->count() > 0) {
+      const Exiv2::Rational r = distance->toRational();
+      if (r.second > 0 && r.first > 0) raw.subjectDistance = std::min(double(r.first) / r.second, 1000.0);
+    }
     const auto pixels = [](const std::optional<double>& v) {
       return v && *v >= 1 && *v <= 0x7fffffff ? int(*v + 0.5) : 0;
     };

@@ -36,12 +36,16 @@ struct RawDirectory {
   std::string make;  ///< as written, from the first directory that has it
   std::string model;
   std::string lens;
+  /// The lens the maker's notes name, as exiv2 knows their codes; empty
+  /// when unknown.
+  std::string makerLens;
   std::string dateOriginal;  ///< the EXIF date text as stored
   int iso = 0;
   double exposure = 0;  ///< seconds
   double fNumber = 0;
   double focal = 0;     ///< millimetres
   int orientation = 0;  ///< EXIF orientation 1 to 8; 0 when not recorded
+  double subjectDistance = 0;  ///< metres (at most 1000, for infinity); 0 when not recorded
   /// The picture size the file records, as stored (before orientation): a
   /// DNG's default crop, else the EXIF pixel dimensions; 0 when not recorded.
   int recordedWidth = 0;

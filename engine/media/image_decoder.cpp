@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "engine/media/icc_import.h"
+#include "engine/media/orientation.h"
 #include "engine/media/photo_file.h"
 #include "engine/media/vips_glue.h"
 
@@ -276,27 +277,9 @@ Samples colourSamples(vips::VImage image) {
   return samples;
 }
 
-// Turns stored samples upright for an EXIF orientation: a quarter turn
-// clockwise for 6, a half turn for 3, and so on, mirrored for the even ones.
+// Turns stored samples upright for an EXIF orientation.
 vips::VImage upright(const vips::VImage& image, int orientation) {
-  switch (orientation) {
-    case 2:
-      return image.flip(VIPS_DIRECTION_HORIZONTAL);
-    case 3:
-      return image.rot(VIPS_ANGLE_D180);
-    case 4:
-      return image.flip(VIPS_DIRECTION_VERTICAL);
-    case 5:
-      return image.rot(VIPS_ANGLE_D90).flip(VIPS_DIRECTION_HORIZONTAL);
-    case 6:
-      return image.rot(VIPS_ANGLE_D90);
-    case 7:
-      return image.rot(VIPS_ANGLE_D270).flip(VIPS_DIRECTION_HORIZONTAL);
-    case 8:
-      return image.rot(VIPS_ANGLE_D270);
-    default:
-      return image;
-  }
+  return vipsImage(orientUpright(fromVips(image), orientation));
 }
 
 // ---- reduced decodes ----

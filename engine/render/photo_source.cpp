@@ -38,8 +38,6 @@ std::unique_ptr<SourceDecoder> openImageFileDecoder(const std::filesystem::path&
   return std::make_unique<ImageFileDecoder>(file, ImageDecoder::readHeader(file));
 }
 
-std::unique_ptr<SourceDecoder> openRawDecoder(const std::filesystem::path&) { return nullptr; }
-
 PhotoSource::PhotoSource(std::filesystem::path url, bool isRaw, std::unique_ptr<SourceDecoder> decoder)
     : url_(std::move(url)), isRaw_(isRaw), decoder_(std::move(decoder)) {}
 
@@ -50,7 +48,6 @@ PhotoSource::~PhotoSource() = default;
 PhotoSource PhotoSource::open(const std::filesystem::path& file) {
   const bool raw = PhotoFormats::isRaw(file);
   std::unique_ptr<SourceDecoder> decoder = raw ? openRawDecoder(file) : openImageFileDecoder(file);
-  if (!decoder) throw ImageError("cannot open " + quotedPath(file) + ": RAW files cannot be developed yet");
   if (decoder->fullSize().width < 1 || decoder->fullSize().height < 1)
     throw ImageError("cannot open " + quotedPath(file) + ": the picture has no pixels");
   return PhotoSource(file, raw, std::move(decoder));

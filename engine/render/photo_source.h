@@ -24,8 +24,7 @@ class PhotoSource {
  public:
   /// Opens the photo file's header. Throws ImageError with a message naming
   /// the file when it is missing, not a photo of a readable kind or damaged
-  /// in its header; RAW files are not decoded yet and are refused the same
-  /// way.
+  /// in its header.
   static PhotoSource open(const std::filesystem::path& file);
 
   PhotoSource(PhotoSource&&) noexcept;

@@ -28,8 +28,8 @@ class SourceDecoder {
 /// The decoder of an image file, its header read. Throws ImageError.
 std::unique_ptr<SourceDecoder> openImageFileDecoder(const std::filesystem::path& file);
 
-/// The decoder of a RAW file, its header read; none while RAW decoding is
-/// not built. Throws ImageError.
+/// The decoder of a RAW file, its header read (raw/raw_source.h). Throws
+/// ImageError.
 std::unique_ptr<SourceDecoder> openRawDecoder(const std::filesystem::path& file);
 
 }  // namespace lumivale

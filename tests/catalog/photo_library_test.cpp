@@ -96,8 +96,13 @@ TEST(PhotoLibraryTest, FolderBelowAFileAndANonDatabaseFileAreRefusedAndKept) {
 
   const std::string junk(5000, 'j');
   test::writeFile(dir / "Lumivale Library.sqlite", junk);
-  EXPECT_EQ(test::errorMessage<SQLError>([&] { PhotoLibrary library(dir.path()); }),
-            "file is not a database");
+  // Named as the catalog it is, with what is wrong with it.
+  for (bool checked : {true, false}) {
+    const std::string message =
+        test::errorMessage<SQLError>([&] { PhotoLibrary library(dir.path(), {.checkWhenDue = checked}); });
+    EXPECT_NE(message.find("\"" + (dir / "Lumivale Library.sqlite").string() + "\""), std::string::npos);
+    EXPECT_NE(message.find("file is not a database"), std::string::npos) << message;
+  }
   EXPECT_EQ(test::readFile(dir / "Lumivale Library.sqlite"), junk);
   EXPECT_FALSE(std::filesystem::exists(dir / "Lumivale Library.sqlite-wal"));
 }

@@ -77,13 +77,20 @@ TEST_F(SQLiteDBTest, ReadsAreTolerantAndStreamedRowsMatchQueriedOnes) {
   int calls = 0;
   for (const char* sql : {"SELEC broken", "SELECT * FROM missing"}) {
     EXPECT_TRUE(db.query(sql).empty()) << sql;
+    EXPECT_TRUE(db.takeReadError()) << sql;
     db.forEachRow(sql, {}, [&](const SQLRow&) { ++calls; });
+    EXPECT_TRUE(db.takeReadError()) << sql;
   }
   EXPECT_EQ(calls, 0);
-  // A step error part-way keeps the rows read so far.
+  // A step error part-way keeps the rows read so far, and its error until
+  // it is taken; a complete read leaves no error.
   db.exec("CREATE TABLE j(s TEXT); INSERT INTO j VALUES('[1]'), ('not json');");
   EXPECT_EQ(db.query("SELECT json_array_length(s) FROM j ORDER BY rowid"),
             (std::vector<SQLRow>{{SQLValue(1)}}));
+  db.query("SELECT 1");
+  EXPECT_EQ(db.lastReadError(), "malformed JSON");
+  EXPECT_EQ(db.takeReadError(), "malformed JSON");
+  EXPECT_FALSE(db.takeReadError());
 
   // The streamed row object is reused, so a column that changes type from
   // one row to the next must still read as the new value, never as a mix.
@@ -164,6 +171,20 @@ TEST(SQLiteDBOpen, ConnectionsShareOneFileABusyWriterTimesOutAndABadPathIsNamed)
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(3500));
   holder.exec("ROLLBACK");
   EXPECT_NO_THROW(other.run("INSERT INTO t VALUES(1)"));
+
+  // A read-only connection reads beside the writer, never waiting, and
+  // refuses every write with the note it was given.
+  holder.exec("BEGIN IMMEDIATE");
+  SQLiteDB reader(path, SQLiteDB::Access::readOnly);
+  reader.explainReadOnly("the library is read-only");
+  EXPECT_EQ(reader.query("SELECT COUNT(*) FROM t").at(0).at(0), SQLValue(2));
+  EXPECT_TRUE(reader.quickCheck().empty());
+  holder.exec("ROLLBACK");
+  for (const auto& write : std::vector<std::function<void()>>{[&] { reader.run("INSERT INTO t VALUES(1)"); },
+                                                              [&] { reader.exec("DELETE FROM t"); },
+                                                              [&] { reader.transaction([] {}); }})
+    EXPECT_EQ(test::errorMessage<SQLError>(write), "the library is read-only");
+  EXPECT_EQ(reader.query("SELECT COUNT(*) FROM t").at(0).at(0), SQLValue(2));
 
   const auto missing = (dir / "missing" / "deeper" / "db.sqlite").string();
   EXPECT_EQ(test::errorMessage<SQLError>([&] { SQLiteDB db(missing); }),

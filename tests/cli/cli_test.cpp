@@ -106,7 +106,8 @@ TEST(CliTest, LibraryThatCannotOpenIsAnErrorAndFilesStay) {
   test::writeFile(dir / "bad" / "Lumivale Library.sqlite", "not a database at all");
   auto r = runCli({"--library", (dir / "bad").string(), "info"});
   EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.err, "error: file is not a database\n");
+  EXPECT_EQ(r.err, "error: Cannot read the catalog \"" + (dir / "bad" / "Lumivale Library.sqlite").string() +
+                       "\": file is not a database\n");
   EXPECT_EQ(test::readFile(dir / "bad" / "Lumivale Library.sqlite"), "not a database at all");
 }
 

@@ -49,12 +49,25 @@ TEST(PhotoSource, OpensAndDecodesUprightNeverEnlarged) {
             0.05);
 }
 
+TEST(PhotoSource, OpensRawFilesThroughTheRawDecoder) {
+  test::TempDir dir;
+  test::SampleDng dng;
+  dng.orientation = 6;
+  test::writeDng(dir / "raw.dng", dng);
+  const PhotoSource source = PhotoSource::open(dir / "raw.dng");
+  EXPECT_TRUE(source.isRaw());
+  EXPECT_EQ(source.fullSize(), (Size{48, 64}));
+  const DecodedImage decoded = source.image(32, EditSettings{});
+  EXPECT_EQ(decoded.image.width(), 24);
+  EXPECT_EQ(decoded.image.height(), 32);
+  EXPECT_EQ(decoded.warning, "");
+}
+
 TEST(PhotoSource, RefusesWhatItCannotOpen) {
   test::TempDir dir;
-  test::writeDng(dir / "raw.dng");
+  test::writeFile(dir / "photo.cr2", test::jpegBytes(64, 48));
   test::writeFile(dir / "note.jpg", "not a photo");
-  EXPECT_TRUE(test::throwsWith<ImageError>([&] { PhotoSource::open(dir / "raw.dng"); },
-                                           "RAW files cannot be developed yet"));
+  EXPECT_TRUE(test::throwsWith<ImageError>([&] { PhotoSource::open(dir / "photo.cr2"); }, "photo.cr2"));
   EXPECT_TRUE(test::throwsWith<ImageError>([&] { PhotoSource::open(dir / "note.jpg"); }, "note.jpg"));
   EXPECT_TRUE(test::throwsWith<ImageError>([&] { PhotoSource::open(dir / "gone.png"); }, "gone.png"));
 }

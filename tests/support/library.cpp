@@ -74,6 +74,89 @@ std::string dumpCatalog(PhotoLibrary& library) {
                                        << lineAt(expected) << "\", got \"" << lineAt(actual) << "\"";
 }
 
+void fillCatalog(PhotoLibrary& library, int photos) {
+  library.db().run(R"SQL(
+    WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < ?)
+    INSERT INTO photos(id, path, folder, name, ext, imported, camera, rating)
+      SELECT i, '/photos/IMG_' || i || '.jpg', '/photos', 'IMG_' || i || '.jpg', 'jpg', i, 'Camera ' || (i % 7),
+             i % 6 FROM n)SQL",
+                   {photos});
+  library.db().exec(R"SQL(
+    INSERT INTO keywords(photo, word) SELECT id, 'word' || (id % 30) FROM photos UNION ALL
+                                      SELECT id, 'place' || (id % 7) FROM photos;
+    INSERT INTO collections(id, name, created) VALUES(1, 'Best', 0);
+    INSERT INTO collection_items(collection, photo) SELECT 1, id FROM photos WHERE id <= 100;
+  )SQL");
+  for (int id = 1; id <= std::min(photos, 500); id += 10) {
+    library.saveSettings(id, EditSettings{.exposure = id / 100.0, .contrast = 10}, "Edit");
+  }
+}
+
+void corruptPage(const std::filesystem::path& database, int page) {
+  std::string bytes = readFile(database);
+  const std::size_t at = static_cast<std::size_t>(page - 1) * 4096;
+  ASSERT_LE(at + 4096, bytes.size());
+  // 0xA5 is no b-tree page type, and as a page number it is beyond any file.
+  std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(at),
+            bytes.begin() + static_cast<std::ptrdiff_t>(at + 4096), '\xA5');
+  std::filesystem::remove(database);
+  writeFile(database, bytes);
+}
+
+std::string inChild(const std::function<std::string()>& work, bool writeAccess,
+                    const std::filesystem::path& readOnlyFolder) {
+  namespace fs = std::filesystem;
+  const bool asNobody = !writeAccess && geteuid() == 0;
+  std::vector<fs::path> locked;
+  // The temporary folder above is private to its owner; nobody must be able
+  // to find the library in it.
+  if (asNobody) fs::permissions(readOnlyFolder.parent_path(), fs::perms::others_exec, fs::perm_options::add);
+  if (!writeAccess && !asNobody) {
+    locked.push_back(readOnlyFolder);
+    for (const auto& entry : fs::directory_iterator(readOnlyFolder)) locked.push_back(entry.path());
+    for (const fs::path& p : locked)
+      fs::permissions(p, fs::perms::owner_write | fs::perms::group_write | fs::perms::others_write,
+                      fs::perm_options::remove);
+  }
+  int channel[2];
+  if (pipe(channel) != 0) return "no pipe";
+  const pid_t child = fork();
+  if (child == 0) {
+    close(channel[0]);
+    if (asNobody && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(3);
+    std::string answer;
+    try {
+      answer = work();
+    } catch (const std::exception& e) {
+      answer = std::string("exception: ") + e.what();
+    }
+    const bool sent = write(channel[1], answer.data(), answer.size()) == static_cast<ssize_t>(answer.size());
+    _exit(sent ? 0 : 4);
+  }
+  close(channel[1]);
+  std::string answer;
+  char buffer[4096];
+  for (ssize_t n; (n = read(channel[0], buffer, sizeof buffer)) > 0;)
+    answer.append(buffer, static_cast<std::size_t>(n));
+  close(channel[0]);
+  int status = 0;
+  waitpid(child, &status, 0);
+  for (const fs::path& p : locked) fs::permissions(p, fs::perms::owner_write, fs::perm_options::add);
+  if (WIFSIGNALED(status)) return "signal " + std::to_string(WTERMSIG(status));
+  if (WEXITSTATUS(status) != 0) return "exit " + std::to_string(WEXITSTATUS(status));
+  return answer;
+}
+
+void endWithoutClosing(const std::filesystem::path& folder, const std::function<void(PhotoLibrary&)>& work) {
+  ASSERT_EQ(inChild([&] {
+              PhotoLibrary library(folder);
+              work(library);
+              _exit(0);  // no destructor runs: the library is never closed
+              return std::string();
+            }),
+            "");
+}
+
 std::string stallTrigger(const std::string& when) {
   return "CREATE TRIGGER stall " + when + " BEGIN SELECT COUNT(*) FROM photos a, photos b, photos c; END";
 }

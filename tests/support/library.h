@@ -51,6 +51,28 @@ void killInsideTransaction(const std::filesystem::path& folder,
 /// transaction however fast the machine.
 std::string stallTrigger(const std::string& when);
 
+/// Fills a library with photos 1 to `photos`, each with two keywords, the
+/// first hundred in a collection, and a history step (with settings) for
+/// every tenth of the first 500.
+void fillCatalog(PhotoLibrary& library, int photos);
+
+/// Overwrites page `page` (from 1) of a database file of 4096-byte pages
+/// with a pattern that no page of any kind can hold.
+void corruptPage(const std::filesystem::path& database, int page);
+
+/// Runs `work` in a child process and returns what it returns, or how the
+/// child ended ("exit 3", "signal 9"). Without `writeAccess`, the child
+/// cannot write what this process made: it runs as the user nobody when
+/// the tests run as root (root writes anywhere), and otherwise
+/// `readOnlyFolder` and the files in it lose their write permission while
+/// it runs (its parent folder is made enterable for nobody).
+std::string inChild(const std::function<std::string()>& work, bool writeAccess = true,
+                    const std::filesystem::path& readOnlyFolder = {});
+
+/// Opens the library in a child process, lets `work` change it, and ends
+/// the child without closing the library, as a crash or a power cut does.
+void endWithoutClosing(const std::filesystem::path& folder, const std::function<void(PhotoLibrary&)>& work);
+
 /// A fresh library in the folder `folder`.
 class LibraryTest : public ::testing::Test {
  protected:

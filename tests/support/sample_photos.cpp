@@ -1,5 +1,7 @@
 #include "tests/support/sample_photos.h"
 
+#include <algorithm>
+#include <cmath>
 #include <fstream>
 #include <mutex>
 #include <stdexcept>
@@ -246,6 +248,22 @@ void writePhoto(const std::filesystem::path& file, int width, int height, const 
   written->writeMetadata();
 }
 
+std::vector<std::uint16_t> cfaSamples(const SampleDng& dng, const std::function<double(int, int, int)>& level) {
+  std::vector<std::uint16_t> samples(std::size_t(dng.width) * dng.height);
+  for (int y = 0; y < dng.height; ++y) {
+    for (int x = 0; x < dng.width; ++x) {
+      const int colour = (y & 1) == 0 ? ((x & 1) == 0 ? 0 : 1) : ((x & 1) == 0 ? 1 : 2);
+      const double v = dng.blackLevel + level(x, y, colour) * (dng.whiteLevel - dng.blackLevel);
+      samples[std::size_t(y) * dng.width + x] = std::uint16_t(std::lround(std::clamp(v, 0.0, 65535.0)));
+    }
+  }
+  return samples;
+}
+
+std::vector<std::uint16_t> sceneGrey(const SampleDng& dng, double level) {
+  return cfaSamples(dng, [&](int, int, int colour) { return level * dng.asShotNeutral.at(colour); });
+}
+
 void writeDng(const std::filesystem::path& file, const SampleDng& dng) {
   initLibraries();
   if (file.has_parent_path()) std::filesystem::create_directories(file.parent_path());
@@ -261,6 +279,7 @@ void writeDng(const std::filesystem::path& file, const SampleDng& dng) {
   TIFFSetField(tif, EXIFTAG_DATETIMEORIGINAL, dng.dateTimeOriginal.c_str());
   TIFFSetField(tif, EXIFTAG_FOCALLENGTH, double(dng.focal.numerator) / dng.focal.denominator);
   if (!dng.lens.empty()) TIFFSetField(tif, EXIFTAG_LENSMODEL, dng.lens.c_str());
+  if (dng.subjectDistance) TIFFSetField(tif, EXIFTAG_SUBJECTDISTANCE, *dng.subjectDistance);
   if (dng.exifWidth > 0) {
     TIFFSetField(tif, EXIFTAG_PIXELXDIMENSION, uint32_t(dng.exifWidth));
     TIFFSetField(tif, EXIFTAG_PIXELYDIMENSION, uint32_t(dng.exifHeight));
@@ -283,24 +302,27 @@ void writeDng(const std::filesystem::path& file, const SampleDng& dng) {
     static const uint8_t version[4] = {1, 4, 0, 0};
     TIFFSetField(tif, TIFFTAG_DNGVERSION, version);
     TIFFSetField(tif, TIFFTAG_UNIQUECAMERAMODEL, (dng.make + " " + dng.model).c_str());
-    static const float matrix[9] = {0.9f, -0.3f, -0.1f, -0.4f, 1.2f, 0.2f, -0.1f, 0.2f, 0.6f};
-    TIFFSetField(tif, TIFFTAG_COLORMATRIX1, 9, matrix);
+    TIFFSetField(tif, TIFFTAG_COLORMATRIX1, 9, dng.colorMatrix.data());
     TIFFSetField(tif, TIFFTAG_CALIBRATIONILLUMINANT1, static_cast<uint16_t>(21));
-    static const float neutral[3] = {0.5f, 1.0f, 0.7f};
-    TIFFSetField(tif, TIFFTAG_ASSHOTNEUTRAL, 3, neutral);
+    TIFFSetField(tif, TIFFTAG_ASSHOTNEUTRAL, 3, dng.asShotNeutral.data());
+    if (dng.baselineExposure) TIFFSetField(tif, TIFFTAG_BASELINEEXPOSURE, *dng.baselineExposure);
   };
   // Integer tags, whatever their width: varargs pass them all as int.
   auto setAll = [&](std::initializer_list<std::pair<ttag_t, int>> tags) {
     for (auto [tag, value] : tags) TIFFSetField(tif, tag, value);
   };
   auto writeRaw = [&] {
-    setAll({{TIFFTAG_SUBFILETYPE, 0}, {TIFFTAG_IMAGEWIDTH, dng.width}, {TIFFTAG_IMAGELENGTH, dng.height}, {TIFFTAG_BITSPERSAMPLE, 16}, {TIFFTAG_SAMPLESPERPIXEL, 1},
-            {TIFFTAG_COMPRESSION, COMPRESSION_NONE}, {TIFFTAG_PHOTOMETRIC, 32803 /* colour filter array */}, {TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG}, {TIFFTAG_ROWSPERSTRIP, dng.height}});
-    static const uint16_t repeat[2] = {2, 2};
-    static const uint8_t pattern[4] = {0, 1, 1, 2};  // RGGB
-    TIFFSetField(tif, TIFFTAG_CFAREPEATPATTERNDIM, repeat);
-    TIFFSetField(tif, TIFFTAG_CFAPATTERN, 4, pattern);
-    uint32_t white = 4095;
+    const auto [statedWidth, statedHeight] = dng.statedSize.value_or(std::pair(uint32_t(dng.width), uint32_t(dng.height)));
+    const int channels = dng.linearRaw ? 3 : 1;
+    setAll({{TIFFTAG_SUBFILETYPE, 0}, {TIFFTAG_IMAGEWIDTH, int(statedWidth)}, {TIFFTAG_IMAGELENGTH, int(statedHeight)}, {TIFFTAG_BITSPERSAMPLE, 16}, {TIFFTAG_SAMPLESPERPIXEL, channels},
+            {TIFFTAG_COMPRESSION, COMPRESSION_NONE}, {TIFFTAG_PHOTOMETRIC, dng.linearRaw ? 34892 /* linear raw */ : 32803 /* colour filter array */}, {TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG}, {TIFFTAG_ROWSPERSTRIP, int(statedHeight)}});
+    if (!dng.linearRaw) {
+      static const uint16_t repeat[2] = {2, 2};
+      static const uint8_t pattern[4] = {0, 1, 1, 2};  // RGGB
+      TIFFSetField(tif, TIFFTAG_CFAREPEATPATTERNDIM, repeat);
+      TIFFSetField(tif, TIFFTAG_CFAPATTERN, 4, pattern);
+    }
+    uint32_t white = static_cast<uint32_t>(dng.whiteLevel);
     if (dng.dngTags) TIFFSetField(tif, TIFFTAG_WHITELEVEL, 1, &white);
     if (dng.cameraInRawDirectory) writeMakeAndModel();
     if (dng.cropWidth > 0) {
@@ -309,9 +331,18 @@ void writeDng(const std::filesystem::path& file, const SampleDng& dng) {
       TIFFSetField(tif, TIFFTAG_DEFAULTCROPORIGIN, origin);
       TIFFSetField(tif, TIFFTAG_DEFAULTCROPSIZE, size);
     }
-    std::vector<uint16_t> pixels(std::size_t(dng.width) * dng.height);
-    for (std::size_t i = 0; i < pixels.size(); ++i) pixels[i] = uint16_t(256 + 8 * (i % dng.width + i / dng.width));
-    TIFFWriteEncodedStrip(tif, 0, pixels.data(), static_cast<tmsize_t>(pixels.size() * 2));
+    float black = static_cast<float>(dng.blackLevel);
+    if (dng.dngTags && dng.blackLevel != 0) TIFFSetField(tif, TIFFTAG_BLACKLEVEL, 1, &black);
+    std::vector<uint16_t> pixels = dng.samples;
+    if (pixels.size() != std::size_t(dng.width) * dng.height * channels) {
+      pixels.resize(std::size_t(dng.width) * dng.height * channels);
+      for (std::size_t i = 0; i < pixels.size(); ++i) {
+        const std::size_t site = i / channels;
+        pixels[i] = uint16_t(256 + 8 * (site % dng.width + site / dng.width));
+      }
+    }
+    // Raw, so a stated size that differs from the samples is kept as it is.
+    TIFFWriteRawStrip(tif, 0, pixels.data(), static_cast<tmsize_t>(pixels.size() * 2));
   };
 
   if (withPreview) {

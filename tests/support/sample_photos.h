@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -88,6 +89,22 @@ struct SampleDng {
   /// False leaves out DNGVersion and the DNG colour tags: a plain TIFF-based
   /// raw file as some makers write it.
   bool dngTags = true;
+  /// The RGGB samples, row by row (width × height); a gradient when empty.
+  /// With `linearRaw`, three samples per pixel (RGB in camera space).
+  std::vector<std::uint16_t> samples;
+  /// A demosaiced ("linear raw") image instead of a colour filter array.
+  bool linearRaw = false;
+  int blackLevel = 0;
+  int whiteLevel = 4095;
+  /// ColorMatrix1 (XYZ to camera, D65) and the camera's neutral as shot.
+  std::vector<float> colorMatrix = {0.9f, -0.3f, -0.1f, -0.4f, 1.2f, 0.2f, -0.1f, 0.2f, 0.6f};
+  std::vector<float> asShotNeutral = {0.5f, 1.0f, 0.7f};
+  std::optional<double> baselineExposure;
+  /// EXIF SubjectDistance in metres; not written when unset.
+  std::optional<double> subjectDistance;
+  /// The size the raw image's tags state, when it should differ from the
+  /// samples written (a damaged file).
+  std::optional<std::pair<std::uint32_t, std::uint32_t>> statedSize;
   /// True writes the make and model in the raw image's directory only, not
   /// in IFD0 (which then describes the preview).
   bool cameraInRawDirectory = false;
@@ -99,7 +116,14 @@ struct SampleDng {
   int exifHeight = 0;
 };
 
-/// Writes a DNG with a 16-bit RGGB CFA raw image.
+/// RGGB samples for `dng`'s size, levels and neutral: `level(x, y, colour)`
+/// is the light a site receives, 0 … 1 of the range above black, colour 0
+/// red, 1 green, 2 blue. `sceneGrey` gives a grey of that level in the scene
+/// as the camera's sites record it (each colour times the neutral).
+std::vector<std::uint16_t> cfaSamples(const SampleDng& dng, const std::function<double(int x, int y, int colour)>& level);
+std::vector<std::uint16_t> sceneGrey(const SampleDng& dng, double level);
+
+/// Writes a DNG with a 16-bit RGGB CFA raw image (or a linear one).
 void writeDng(const std::filesystem::path& file, const SampleDng& dng = {});
 
 /// A Canon CRW (CIFF) file's content.

@@ -1,9 +1,18 @@
 #pragma once
-// Output samples in memory: the 8- or 16-bit pictures a file, a thumbnail or
-// the smart masks get from a rendered image.
+// Working-space images as output pictures: the samples a file, a thumbnail,
+// a histogram or the screen gets.
+//
+// The conversion happens once, at the end of a chain: linear working RGB is
+// taken to the output space's linear RGB by the matrix of their primaries,
+// clipped to 0 … 1 (NaN counts as 0, infinities as ±65504), given the space's transfer curve and
+// rounded to the nearest 8- or 16-bit sample. The output space's ICC profile
+// goes with the samples. See color_space.h for the spaces.
 
 #include <cstdint>
 #include <vector>
+
+#include "engine/media/color_space.h"
+#include "engine/media/image.h"
 
 namespace lumivale {
 
@@ -19,13 +28,18 @@ struct Bitmap {
   std::vector<std::uint8_t> iccProfile;  ///< the space's profile
 
   /// Sample `channel` of pixel (x, y), 0 … 255 or 0 … 65535.
-  int sample(int x, int y, int channel) const {
-    const std::size_t i = (std::size_t(y) * width + x) * channels + channel;
-    if (bits == 16) return reinterpret_cast<const std::uint16_t*>(bytes.data())[i];
-    return bytes[i];
-  }
+  int sample(int x, int y, int channel) const;
 
   bool operator==(const Bitmap&) const = default;
 };
+
+/// `working` (3-band or 1-band linear working space) as an output picture:
+/// 3 bands of 8-bit (`bits` 8) or 16-bit (`bits` 16) samples in `space`, the
+/// space's ICC profile attached, computed lazily so a saver can stream it.
+/// Throws ImageError for other `bits` or an empty image.
+Image outputImage(const Image& working, ColorSpace space, int bits);
+
+/// The same, computed into memory. Throws ImageError.
+Bitmap toBitmap(const Image& working, ColorSpace space, int bits);
 
 }  // namespace lumivale

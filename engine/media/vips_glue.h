@@ -38,6 +38,16 @@ auto withVips(const char* what, Body body) -> decltype(body()) {
   }
 }
 
+/// The first line of libvips' message for `e` ("unknown error" when it has
+/// none), clearing libvips' error buffer: for messages that name a file.
+inline std::string vipsErrorLine(const vips::VError& e) {
+  std::string message = e.what();
+  vips_error_clear();
+  message = message.substr(0, message.find('\n'));
+  while (!message.empty() && message.back() == ' ') message.pop_back();
+  return message.empty() ? "unknown error" : message;
+}
+
 /// Starts libvips for decoding, rendering and encoding (idempotent,
 /// thread-safe): the loaders of ours only, warnings silenced, the operation
 /// cache off.

@@ -1,0 +1,110 @@
+#include "engine/media/image_encoder.h"
+
+#include <gtest/gtest.h>
+
+#include "engine/media/bitmap.h"
+#include "engine/media/image_properties.h"
+#include "engine/media/vips_glue.h"
+#include "tests/support/color_check.h"
+#include "tests/support/errors.h"
+#include "tests/support/sample_photos.h"
+#include "tests/support/temp_dir.h"
+
+using namespace lumivale;
+
+namespace {
+
+// Linear working-space colours, 8 × 8 pixels each: neutrals, primaries,
+// skin, and (for wide spaces) a red beyond sRGB.
+Image workingPatches(bool beyondSrgb) {
+  std::vector<float> colours = {0,     0,     0,     0.002f, 0.002f, 0.002f, 0.18f, 0.18f,
+                                0.18f, 1,     1,     1,      0.8f,   0.05f,  0.03f, 0.04f,
+                                0.6f,  0.05f, 0.03f, 0.05f,  0.7f,   0.45f,  0.25f, 0.16f};
+  if (beyondSrgb) colours.insert(colours.end(), {1.1f, -0.03f, -0.015f});
+  const Image row = Image::fromPixels({int(colours.size() / 3), 1, 3, colours});
+  return fromVips(vipsImage(row).zoom(8, 8).copy_memory());
+}
+
+struct RoundTrip {
+  ImageFormat format;
+  ColorSpace space;
+  int bits;
+  double tolerance;  // mean CIEDE2000
+};
+
+class EncoderRoundTrip : public ::testing::TestWithParam<RoundTrip> {
+ protected:
+  test::TempDir dir;
+};
+
+// Written and read back, a picture gives its colours back, tagged with its
+// space's profile at its depth.
+TEST_P(EncoderRoundTrip, GivesTheColoursBack) {
+  const RoundTrip& c = GetParam();
+  const char* extension = c.format == ImageFormat::jpeg  ? "a.jpg"
+                          : c.format == ImageFormat::png ? "a.png"
+                                                         : "a.tif";
+  const Image original = workingPatches(c.space == ColorSpace::displayP3);
+  ImageEncoder::write(outputImage(original, c.space, c.bits), dir / extension,
+                      {.format = c.format, .quality = 0.95});
+  const Image decoded = ImageDecoder::decode(dir / extension, std::nullopt).image;
+  const test::ColourDifference d = test::deltaE(decoded, original);
+  EXPECT_LT(d.mean, c.tolerance);
+  const auto properties = readImageProperties(dir / extension);
+  ASSERT_TRUE(properties);
+  EXPECT_EQ(properties->profileName, profileDescription(c.space));
+  EXPECT_EQ(properties->depth, c.format == ImageFormat::jpeg ? 8 : c.bits);
+}
+
+INSTANTIATE_TEST_SUITE_P(FormatsSpacesDepths, EncoderRoundTrip,
+                         ::testing::Values(RoundTrip{ImageFormat::png, ColorSpace::sRGB, 8, 0.3},
+                                           RoundTrip{ImageFormat::png, ColorSpace::displayP3, 16, 0.01},
+                                           RoundTrip{ImageFormat::png, ColorSpace::adobeRGB, 8, 0.3},
+                                           RoundTrip{ImageFormat::tiff, ColorSpace::adobeRGB, 16, 0.01},
+                                           RoundTrip{ImageFormat::tiff, ColorSpace::displayP3, 8, 0.3},
+                                           RoundTrip{ImageFormat::tiff, ColorSpace::sRGB, 16, 0.01},
+                                           RoundTrip{ImageFormat::jpeg, ColorSpace::sRGB, 8, 1.0},
+                                           RoundTrip{ImageFormat::jpeg, ColorSpace::displayP3, 16, 1.0},
+                                           RoundTrip{ImageFormat::jpeg, ColorSpace::adobeRGB, 8, 1.0}));
+
+class EncoderTest : public ::testing::Test {
+ protected:
+  test::TempDir dir;
+  Image picture = outputImage(Image::constant(16, 8, {0.2, 0.4, 0.6}), ColorSpace::sRGB, 8);
+};
+
+TEST_F(EncoderTest, NeverReplacesAFileUnlessAsked) {
+  test::writeFile(dir / "taken.png", "precious");
+  EXPECT_THROW(ImageEncoder::write(picture, dir / "taken.png", {.format = ImageFormat::png}),
+               FileExistsError);
+  EXPECT_EQ(test::readFile(dir / "taken.png"), "precious");
+  ImageEncoder::write(picture, dir / "taken.png", {.format = ImageFormat::png, .replaceExisting = true});
+  EXPECT_EQ(ImageDecoder::readHeader(dir / "taken.png").width, 16);
+}
+
+// Pixels from a loaded file carry its EXIF along; the written file must not,
+// or its orientation would turn the upright pixels again.
+TEST_F(EncoderTest, WritesTheProfileAndNoOtherMetadata) {
+  initImageLibraries();
+  const vips::VImage turned = vips::VImage::jpegload(test::realPhoto("Portrait_8.jpg").c_str());
+  ASSERT_EQ(vips_image_get_orientation(turned.get_image()), 8);
+  ImageEncoder::write(fromVips(turned), dir / "copy.jpg", {});
+  const auto properties = readImageProperties(dir / "copy.jpg");
+  ASSERT_TRUE(properties);
+  EXPECT_EQ(properties->orientation, 1);
+  EXPECT_FALSE(properties->make);
+  EXPECT_FALSE(properties->profileName.empty());
+}
+
+TEST_F(EncoderTest, RefusesWhatItCannotWrite) {
+  EXPECT_THROW(ImageEncoder::write(Image::constant(4, 4, {0.5, 0.5, 0.5}), dir / "float.png",
+                                   {.format = ImageFormat::png}),
+               ImageError);
+  EXPECT_THROW(ImageEncoder::write(picture, dir / "a.heic", {.format = ImageFormat::heif}), ImageError);
+  EXPECT_TRUE(
+      test::throwsWith<MediaError>([&] { ImageEncoder::write(picture, dir / "no" / "folder.jpg", {}); },
+                                   "cannot write " + quotedPath(dir / "no" / "folder.jpg")));
+  EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+}
+
+}  // namespace

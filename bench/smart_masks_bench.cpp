@@ -7,8 +7,9 @@
 #include <benchmark/benchmark.h>
 #include <sys/resource.h>
 
-#include <vips/vips8>
 
+#include "engine/media/bitmap.h"
+#include "engine/media/image_decoder.h"
 #include "engine/render/person_finder.h"
 #include "engine/render/segmentation_model.h"
 #include "engine/render/smart_masks.h"
@@ -23,17 +24,7 @@ namespace {
 Bitmap preview(const char* relativePath) {
   const auto file = test::sharedPhoto(relativePath);
   if (!file) return {};
-  VIPS_INIT("bench");
-  vips::VImage image =
-      vips::VImage::thumbnail(file->c_str(), 1800, vips::VImage::option()->set("height", 1800));
-  image = image.colourspace(VIPS_INTERPRETATION_sRGB).cast(VIPS_FORMAT_UCHAR);
-  std::size_t size = 0;
-  void* memory = image.write_to_memory(&size);
-  Bitmap b;
-  b.width = image.width(), b.height = image.height(), b.channels = image.bands();
-  b.bytes.assign(static_cast<std::uint8_t*>(memory), static_cast<std::uint8_t*>(memory) + size);
-  g_free(memory);
-  return b;
+  return toBitmap(ImageDecoder::decode(*file, 1800).image, ColorSpace::sRGB, 8);
 }
 
 const Bitmap& dogs() {

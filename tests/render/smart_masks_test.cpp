@@ -11,8 +11,9 @@
 #include <fstream>
 #include <optional>
 #include <string>
-#include <vips/vips8>
 
+#include "engine/media/bitmap.h"
+#include "engine/media/image_decoder.h"
 #include "engine/render/person_finder.h"
 #include "engine/render/segmentation_model.h"
 #include "tests/support/sample_photos.h"
@@ -39,17 +40,7 @@ class ScopedEnv {
 
 // A photo as the smart masks get it: 8-bit sRGB, `side` pixels on its long side.
 Bitmap picture(const fs::path& file, int side = 1800) {
-  VIPS_INIT("tests");
-  vips::VImage image =
-      vips::VImage::thumbnail(file.c_str(), side, vips::VImage::option()->set("height", side));
-  image = image.colourspace(VIPS_INTERPRETATION_sRGB).extract_band(0, vips::VImage::option()->set("n", 3));
-  std::size_t size = 0;
-  void* memory = image.cast(VIPS_FORMAT_UCHAR).write_to_memory(&size);
-  Bitmap b;
-  b.width = image.width(), b.height = image.height();
-  b.bytes.assign(static_cast<std::uint8_t*>(memory), static_cast<std::uint8_t*>(memory) + size);
-  g_free(memory);
-  return b;
+  return toBitmap(ImageDecoder::decode(file, side).image, ColorSpace::sRGB, 8);
 }
 
 Bitmap grey(int width, int height, std::uint8_t value) {

@@ -30,7 +30,7 @@ constexpr double figureShare = 0.2;
 // fewer hits find more faces of animals and carvings, and take longer.
 constexpr double leastFace = 0.05;
 constexpr double faceScaleStep = 1.15;
-constexpr int faceNeighbours = 5;
+constexpr int faceNeighbours = 7;
 
 cv::CascadeClassifier loadCascade(const char* name) {
   cv::CascadeClassifier cascade;
@@ -70,6 +70,14 @@ cv::Mat searchCopy(const Bitmap& image, int side) {
   return grey;
 }
 
+// The pixels of a `size` picture inside the unit rectangle `area`.
+cv::Rect pixelArea(const cv::Size& size, const UnitRect& area) {
+  const int x0 = int(std::floor(area.x * size.width)), y0 = int(std::floor(area.y * size.height));
+  const int x1 = int(std::ceil((area.x + area.width) * size.width));
+  const int y1 = int(std::ceil((area.y + area.height) * size.height));
+  return cv::Rect(x0, y0, x1 - x0, y1 - y0) & cv::Rect(0, 0, size.width, size.height);
+}
+
 PersonBox unitBox(const cv::Rect& r, const cv::Size& size, PersonBox::Kind kind) {
   return {double(r.x) / size.width, double(r.y) / size.height, double(r.width) / size.width,
           double(r.height) / size.height, kind};
@@ -77,46 +85,72 @@ PersonBox unitBox(const cv::Rect& r, const cv::Size& size, PersonBox::Kind kind)
 
 }  // namespace
 
-std::vector<PersonBox> findPeople(const Bitmap& image) {
+std::vector<PersonBox> findPeople(const Bitmap& image, const UnitRect& area) {
   const cv::Mat faceGrey = searchCopy(image, faceSearchSide);
   const cv::Mat figureGrey = searchCopy(image, figureSearchSide);
   if (faceGrey.empty() || figureGrey.empty()) return {};
-  // Even contrast helps the cascades in dim and hazy photos; the mirror image
-  // shows the profile cascade, which knows faces looking one way, those
-  // looking the other way.
-  cv::Mat equalized, mirrored;
-  cv::equalizeHist(faceGrey, equalized);
+  const cv::Rect faceArea = pixelArea(faceGrey.size(), area);
+  const cv::Rect figureArea = pixelArea(figureGrey.size(), area);
+  if (faceArea.empty() || figureArea.empty()) return {};
+  // Even contrast (of the whole picture, so that the area does not change
+  // what a face looks like) helps the cascades in dim and hazy photos; the
+  // mirror image shows the profile cascade, which knows faces looking one
+  // way, those looking the other way.
+  cv::Mat whole, mirrored;
+  cv::equalizeHist(faceGrey, whole);
+  const cv::Mat equalized = whole(faceArea);
   cv::flip(equalized, mirrored, 1);
   const int least = std::max(int(leastFace * faceSearchSide), 1);
   const cv::Size minFace(least, least);
 
   std::vector<PersonBox> found;
+  auto take = [&](const std::vector<cv::Rect>& boxes, const cv::Mat& grey, const cv::Rect& searched,
+                  bool flipped, PersonBox::Kind kind) {
+    for (cv::Rect r : boxes) {
+      if (flipped) r.x = searched.width - r.x - r.width;
+      found.push_back(unitBox(r + searched.tl(), grey.size(), kind));
+    }
+  };
   Detectors& d = detectors();
   const std::lock_guard<std::mutex> guard(d.lock);
   std::vector<cv::Rect> boxes;
   try {
     if (!d.frontal.empty()) {
       d.frontal.detectMultiScale(equalized, boxes, faceScaleStep, faceNeighbours, 0, minFace);
-      for (const cv::Rect& r : boxes) found.push_back(unitBox(r, faceGrey.size(), PersonBox::Kind::face));
+      take(boxes, faceGrey, faceArea, false, PersonBox::Kind::face);
     }
     if (!d.profile.empty()) {
       d.profile.detectMultiScale(equalized, boxes, faceScaleStep, faceNeighbours, 0, minFace);
-      for (const cv::Rect& r : boxes) found.push_back(unitBox(r, faceGrey.size(), PersonBox::Kind::face));
+      take(boxes, faceGrey, faceArea, false, PersonBox::Kind::face);
       d.profile.detectMultiScale(mirrored, boxes, faceScaleStep, faceNeighbours, 0, minFace);
-      for (cv::Rect r : boxes) {
-        r.x = mirrored.cols - r.x - r.width;
-        found.push_back(unitBox(r, faceGrey.size(), PersonBox::Kind::face));
-      }
+      take(boxes, faceGrey, faceArea, true, PersonBox::Kind::face);
     }
-    if (figureGrey.cols >= d.figures.winSize.width && figureGrey.rows >= d.figures.winSize.height) {
+    if (figureArea.width >= d.figures.winSize.width && figureArea.height >= d.figures.winSize.height) {
       std::vector<double> weights;
-      d.figures.detectMultiScale(figureGrey, boxes, weights, 0, cv::Size(8, 8), cv::Size(8, 8), 1.1, 2);
-      for (const cv::Rect& r : boxes) found.push_back(unitBox(r, figureGrey.size(), PersonBox::Kind::figure));
+      d.figures.detectMultiScale(figureGrey(figureArea), boxes, weights, 0, cv::Size(8, 8), cv::Size(8, 8),
+                                 1.1, 2);
+      take(boxes, figureGrey, figureArea, false, PersonBox::Kind::figure);
     }
   } catch (const std::exception&) {
     // A detector that fails finds no one; what the others found stands.
   }
   return found;
+}
+
+std::optional<UnitRect> subjectBounds(const MaskBitmap& subject, double margin) {
+  if (subject.width <= 0 || subject.height <= 0 ||
+      subject.bytes.size() != std::size_t(subject.width) * subject.height)
+    return std::nullopt;
+  const cv::Mat values(subject.height, subject.width, CV_8U, const_cast<std::uint8_t*>(subject.bytes.data()));
+  cv::Mat inside;
+  cv::compare(values, 128, inside, cv::CMP_GE);
+  const cv::Rect bounds = cv::boundingRect(inside);
+  if (bounds.empty()) return std::nullopt;
+  const double x0 = std::max(double(bounds.x) / subject.width - margin, 0.0);
+  const double y0 = std::max(double(bounds.y) / subject.height - margin, 0.0);
+  const double x1 = std::min(double(bounds.x + bounds.width) / subject.width + margin, 1.0);
+  const double y1 = std::min(double(bounds.y + bounds.height) / subject.height + margin, 1.0);
+  return UnitRect{x0, y0, x1 - x0, y1 - y0};
 }
 
 MaskBitmap keepPeople(const MaskBitmap& subject, std::span<const PersonBox> people) {

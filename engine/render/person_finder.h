@@ -8,6 +8,7 @@
 // The detectors are loaded once per process and shared; calls from several
 // threads run one at a time.
 
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -36,10 +37,24 @@ struct PersonBox {
 inline constexpr int faceSearchSide = 480;
 inline constexpr int figureSearchSide = 640;
 
-/// The faces and standing figures in `image` (any picture smart_masks.h
-/// takes). Nothing found, or no detector installed, gives an empty list; so
-/// does a malformed picture.
-std::vector<PersonBox> findPeople(const Bitmap& image);
+/// A rectangle in unit coordinates of a picture (origin top-left).
+struct UnitRect {
+  double x = 0;
+  double y = 0;
+  double width = 1;
+  double height = 1;
+};
+
+/// The faces and standing figures in `area` of `image` (any picture
+/// smart_masks.h takes), as boxes in unit coordinates of the whole picture.
+/// Nothing found, or no detector installed, gives an empty list; so does a
+/// malformed picture or an empty area. The time taken follows the area's size.
+std::vector<PersonBox> findPeople(const Bitmap& image, const UnitRect& area = {});
+
+/// The unit rectangle around the pixels of `subject` of at least half
+/// coverage, widened by `margin` on each side and kept inside the picture;
+/// nothing when there are none. People are only looked for there.
+std::optional<UnitRect> subjectBounds(const MaskBitmap& subject, double margin);
 
 /// `subject` kept only where it belongs to a person: the subject's pixels of
 /// at least half coverage form connected regions (8 neighbours); a region is

@@ -32,8 +32,11 @@ std::optional<MaskBitmap> subject(const Bitmap& image, std::string* why) {
 std::optional<MaskBitmap> people(const Bitmap& image, std::string* why) {
   std::optional<MaskBitmap> found = subject(image, why);
   if (!found) return std::nullopt;
-  const std::vector<PersonBox> boxes = findPeople(image);
-  return keepPeople(*found, boxes);
+  // Only a person within the subject can keep a part of it, so the search
+  // looks at the subject and a margin for the boxes around faces and figures.
+  const std::optional<UnitRect> area = subjectBounds(*found, 0.1);
+  if (!area) return MaskBitmap(found->width, found->height);
+  return keepPeople(*found, findPeople(image, *area));
 }
 
 std::optional<MaskBitmap> bitmap(const CoverageMap& map) {

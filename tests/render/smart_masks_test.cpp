@@ -24,20 +24,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Sets (or, with nullptr, removes) an environment variable for one scope.
-class ScopedEnv {
- public:
-  ScopedEnv(const char* name, const char* value) : name_(name) {
-    if (const char* old = std::getenv(name)) saved_ = old;
-    value ? setenv(name, value, 1) : unsetenv(name);
-  }
-  ~ScopedEnv() { saved_ ? setenv(name_, saved_->c_str(), 1) : unsetenv(name_); }
-
- private:
-  const char* name_;
-  std::optional<std::string> saved_;
-};
-
 // A photo as the smart masks get it: 8-bit sRGB, `side` pixels on its long side.
 Bitmap picture(const fs::path& file, int side = 1800) {
   return toBitmap(ImageDecoder::decode(file, side).image, ColorSpace::sRGB, 8);
@@ -89,9 +75,9 @@ TEST(SegmentationModelFolders, FollowTheEnvironment) {
        {"/home/u/.local/share/kuvo-lumivale/models", "/usr/local/share/kuvo-lumivale/models",
         "/usr/share/kuvo-lumivale/models"}},
   };
-  const ScopedEnv home("HOME", "/home/u");
+  const test::ScopedEnv home("HOME", "/home/u");
   for (const Case& c : cases) {
-    const ScopedEnv models("LUMIVALE_MODELS", c.models), dataHome("XDG_DATA_HOME", c.dataHome),
+    const test::ScopedEnv models("LUMIVALE_MODELS", c.models), dataHome("XDG_DATA_HOME", c.dataHome),
         dataDirs("XDG_DATA_DIRS", c.dataDirs);
     std::vector<std::string> folders;
     for (const fs::path& folder : SegmentationModel::folders()) folders.push_back(folder.string());
@@ -101,7 +87,7 @@ TEST(SegmentationModelFolders, FollowTheEnvironment) {
 
 TEST(SmartMasksWithoutModel, SubjectAndPeopleSayWhyWhileTheSkyStillWorks) {
   test::TempDir empty;
-  const ScopedEnv models("LUMIVALE_MODELS", empty.path().c_str());
+  const test::ScopedEnv models("LUMIVALE_MODELS", empty.path().c_str());
   const Bitmap white = grey(64, 48, 255);
   std::string why;
   EXPECT_FALSE(SmartMasks::subject(white, &why));
@@ -135,7 +121,7 @@ TEST(SmartMasksWithoutModel, UnusableModelFilesGiveNothingAndNeverCrash) {
     ASSERT_FALSE(c.bytes.empty() && std::string(c.what) != "empty file") << c.what << ": fixture missing";
     test::TempDir folder;
     test::writeFile(folder / SegmentationModel::fileName, c.bytes);
-    const ScopedEnv models("LUMIVALE_MODELS", folder.path().c_str());
+    const test::ScopedEnv models("LUMIVALE_MODELS", folder.path().c_str());
     std::string why;
     EXPECT_FALSE(SmartMasks::subject(grey(64, 48, 128), &why)) << c.what;
     EXPECT_EQ(why.rfind(SmartMasks::unavailableMessage, 0), 0u) << c.what << ": " << why;
@@ -189,10 +175,28 @@ TEST(FindPeople, FindsTheFaceOfAPortraitAndNoneOnDogs) {
     EXPECT_NEAR(p.x + p.width / 2, 0.5, 0.12);
     EXPECT_NEAR(p.y + p.height / 2, 0.42, 0.12);
   }
+  // Only the area asked about is searched.
+  EXPECT_FALSE(
+      findPeople(picture(test::realPhoto("npm-node-iptc-test1.jpeg")), {0.2, 0.1, 0.7, 0.7}).empty());
+  EXPECT_TRUE(findPeople(picture(test::realPhoto("npm-node-iptc-test1.jpeg")), {0, 0.7, 1, 0.3}).empty());
+  EXPECT_TRUE(findPeople(picture(test::realPhoto("npm-node-iptc-test1.jpeg")), {0.5, 0.5, 0, 0}).empty());
   auto dogs = test::sharedPhoto("phone/IMG_20200608_111614.jpg");
   if (!dogs) GTEST_SKIP() << "the shared test photos are not there";
   EXPECT_TRUE(findPeople(picture(*dogs)).empty());
   EXPECT_TRUE(findPeople(Bitmap()).empty());
+}
+
+TEST(SubjectBounds, FramesTheHalfCoveredPixelsWithAMargin) {
+  MaskBitmap subject(100, 50);
+  EXPECT_FALSE(subjectBounds(subject, 0.1));
+  for (int y = 10; y < 20; ++y)
+    for (int x = 2; x < 40; ++x) subject.bytes[std::size_t(y) * 100 + x] = x < 30 ? 128 : 127;
+  const std::optional<UnitRect> bounds = subjectBounds(subject, 0.1);
+  ASSERT_TRUE(bounds);
+  EXPECT_DOUBLE_EQ(bounds->x, 0.0);  // 0.02 − 0.1, kept inside
+  EXPECT_DOUBLE_EQ(bounds->y, 0.1);
+  EXPECT_DOUBLE_EQ(bounds->width, 0.4);
+  EXPECT_DOUBLE_EQ(bounds->height, 0.4);
 }
 
 TEST(SmartMasksOnPhotos, SubjectCoversTheSubjectAndNotTheBackground) {

@@ -1,6 +1,9 @@
 #include "cli/common.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 
 #include "engine/catalog/library_query.h"
 #include "engine/catalog/photo_library.h"
@@ -89,6 +92,16 @@ PhotoRecord existingPhoto(PhotoLibrary& library, std::int64_t id) {
   auto record = library.photo(id);
   if (!record) throw CommandError("no photo with id " + std::to_string(id));
   return *record;
+}
+
+std::string readInputFile(const std::string& path, const std::string& what) {
+  std::error_code error;
+  std::ifstream in(path, std::ios::binary);
+  if (std::filesystem::is_directory(path, error) || !in)
+    throw CommandError("cannot read " + what + " from '" + path + "'");
+  std::string data{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  if (in.bad()) throw CommandError("cannot read " + what + " from '" + path + "'");
+  return data;
 }
 
 }  // namespace lumivale::cli

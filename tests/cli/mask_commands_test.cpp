@@ -181,15 +181,12 @@ TEST_F(MaskCliTest, BadAddAndRefreshChangeNothing) {
 class SmartMaskCliTest : public test::CliLibraryTest {
  protected:
   void SetUp() override {
+    // Linear light of sRGB (100, 150, 230) and (30, 80, 30).
+    constexpr float sky[] = {0.127f, 0.305f, 0.791f}, ground[] = {0.0123f, 0.080f, 0.0123f};
     FloatPixels pixels{300, 200, 3, {}};
     for (int y = 0; y < 200; ++y)
-      for (int x = 0; x < 300; ++x) {
-        // Linear light of sRGB (100, 150, 230) and (30, 80, 30).
-        const std::initializer_list<float> rgb = y < 100
-                                                     ? std::initializer_list<float>{0.127f, 0.305f, 0.791f}
-                                                     : std::initializer_list<float>{0.0123f, 0.080f, 0.0123f};
-        pixels.values.insert(pixels.values.end(), rgb);
-      }
+      for (int x = 0; x < 300; ++x)
+        pixels.values.insert(pixels.values.end(), y < 100 ? sky : ground, (y < 100 ? sky : ground) + 3);
     ImageEncoder::write(outputImage(Image::fromPixels(pixels), ColorSpace::sRGB, 8), dir / "sky.png",
                         {ImageFormat::png});
     addPhoto((dir / "sky.png").string(), {{"width", 300}, {"height", 200}});

@@ -101,3 +101,27 @@ BENCHMARK_CAPTURE(renderPreview, brushMask, oneMask(0))->Unit(benchmark::kMillis
 BENCHMARK_CAPTURE(renderPreview, radialMask, oneMask(1))->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK_CAPTURE(renderPreview, linearMask, oneMask(2))->Unit(benchmark::kMillisecond)->UseRealTime();
 }
+
+#include "engine/media/bitmap.h"
+#include "engine/render/photo_source.h"
+#include "tests/support/sample_photos.h"
+
+namespace {
+
+// A 24 MP camera JPEG developed at full size with a tone edit into an 8-bit
+// sRGB bitmap, from the file: the decode streams into the chain.
+void fullSizeToneToBitmap(benchmark::State& state) {
+  const auto photo = test::sharedPhoto("camera/sony-a6000-6000x4000.jpg");
+  if (!photo) return state.SkipWithError("the shared camera JPEG is not there");
+  const EditSettings settings{.exposure = 0.3, .contrast = 25};
+  for (auto _ : state) {
+    const PhotoSource source = PhotoSource::open(*photo);
+    PhotoRenderer renderer;
+    const Image developed = renderer.render(source.image(std::nullopt, settings).image, source.fullSize(), settings);
+    benchmark::DoNotOptimize(toBitmap(developed, ColorSpace::sRGB, 8));
+  }
+  state.SetItemsProcessed(state.iterations() * 6000 * 4000);
+}
+BENCHMARK(fullSizeToneToBitmap)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+}  // namespace

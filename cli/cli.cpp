@@ -1,5 +1,7 @@
 #include "cli/cli.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <charconv>
 #include <iostream>
@@ -171,6 +173,7 @@ const std::vector<Command>& commands() {
     addEditCommands(t);
     addMaskCommands(t);
     addLutCommands(t);
+    addRenderCommands(t);
     return t;
   }();
   return table;
@@ -268,6 +271,7 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     }
     Arguments parsed = parseArguments(rest, command->options);
     Context context(libraryArg, json, out, err, stderrIsTerminal, stdinIsTerminal);
+    context.stdoutIsTerminal = &out == &std::cout && isatty(STDOUT_FILENO) != 0;
     return command->run(context, parsed);
   } catch (const UsageError& e) {
     // One line, like every error; the help is one command away.

@@ -57,6 +57,7 @@ class Context {
   std::ostream& err;
   bool stderrIsTerminal;
   bool stdinIsTerminal;
+  bool stdoutIsTerminal = false;  ///< standard output is a terminal (charts instead of numbers)
 
   /// Prints one JSON document on stdout.
   void printJson(const nlohmann::json& document) const;

@@ -11,6 +11,7 @@ void addLibraryCommands(std::vector<Command>& table);
 void addImportCommands(std::vector<Command>& table);
 void addOrganizeCommands(std::vector<Command>& table);
 void addLutCommands(std::vector<Command>& table);
+void addRenderCommands(std::vector<Command>& table);
 void addMaskCommands(std::vector<Command>& table);
 void addEditCommands(std::vector<Command>& table);
 

@@ -98,10 +98,19 @@ std::string readInputFile(const std::string& path, const std::string& what) {
   std::error_code error;
   std::ifstream in(path, std::ios::binary);
   if (std::filesystem::is_directory(path, error) || !in)
-    throw CommandError("cannot read " + what + " from '" + path + "'");
+    throw CommandError("cannot read " + what + " from '" + printable(path) + "'");
   std::string data{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  if (in.bad()) throw CommandError("cannot read " + what + " from '" + path + "'");
+  if (in.bad()) throw CommandError("cannot read " + what + " from '" + printable(path) + "'");
   return data;
+}
+
+EditSettings settingsFromFile(const std::string& path) {
+  const std::string data = readInputFile(path, "settings");
+  const auto json = nlohmann::json::parse(data, nullptr, false);
+  if (json.is_discarded() || !json.is_object()) {
+    throw CommandError("'" + printable(path) + "' does not hold develop settings (a JSON object)");
+  }
+  return EditSettings::decode(std::string_view(data));
 }
 
 }  // namespace lumivale::cli

@@ -9,6 +9,7 @@
 
 #include "cli/cli.h"
 #include "engine/catalog/photo_record.h"
+#include "engine/edit/edit_settings.h"
 #include "engine/util/text.h"
 
 namespace lumivale::cli {
@@ -48,6 +49,11 @@ std::int64_t parseRowId(const std::string& text, const std::string& what);
 /// Fails when an id is not in the catalog, naming the first ten missing ids;
 /// a `writing` command adds that nothing was changed.
 void requirePhotos(PhotoLibrary& library, const Ids& ids, bool writing = true);
+/// Develop settings from a file in the stored form, read tolerantly key by
+/// key like a stored edit. A file that cannot be read, or that is not a JSON
+/// object at all (much more likely the wrong file than a damaged edit), is an
+/// error.
+EditSettings settingsFromFile(const std::string& path);
 /// The photo's record, or the error "no photo with id `id`".
 PhotoRecord existingPhoto(PhotoLibrary& library, std::int64_t id);
 

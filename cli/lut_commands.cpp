@@ -27,22 +27,6 @@ EditSettings photoSettings(PhotoLibrary& library, std::int64_t id) {
   return library.settings(id);
 }
 
-// Settings from a file in the stored form. Keys are read tolerantly, like a
-// stored edit; a file that is not a JSON object at all is refused, since it
-// is much more likely the wrong file than a damaged edit.
-EditSettings fileSettings(const std::string& path) {
-  std::error_code error;
-  std::ifstream in(path, std::ios::binary);
-  if (fs::is_directory(path, error) || !in) throw CommandError("cannot read settings from '" + path + "'");
-  const std::string data{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  if (in.bad()) throw CommandError("cannot read settings from '" + path + "'");
-  const auto json = nlohmann::json::parse(data, nullptr, false);
-  if (json.is_discarded() || !json.is_object()) {
-    throw CommandError("'" + path + "' does not hold develop settings (a JSON object)");
-  }
-  return EditSettings::decode(std::string_view(data));
-}
-
 const char* domainKey(LUTDomain d) { return d == LUTDomain::scene ? "scene" : "display"; }
 
 int lutCommand(Context& ctx, const Arguments& args) {
@@ -79,7 +63,7 @@ int lutCommand(Context& ctx, const Arguments& args) {
   std::string source;
   EditSettings settings;
   if (settingsFile) {
-    settings = fileSettings(*settingsFile);
+    settings = settingsFromFile(*settingsFile);
     source = fs::path(*settingsFile).filename().string();
   } else {
     const std::int64_t id = parseId(args.positional[0]);

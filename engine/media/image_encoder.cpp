@@ -47,7 +47,9 @@ void save(const vips::VImage& picture, const EncodeOptions& options, int fd) {
       return;
     }
     case ImageFormat::png:
-      picture.pngsave_target(target);
+      // zlib level 2: a photo's PNG is about 5% larger than at the usual
+      // level 6 and written in half the time, which is most of a render.
+      picture.pngsave_target(target, vips::VImage::option()->set("compression", 2));
       return;
     case ImageFormat::tiff:
       // Uncompressed, as photo tools write TIFF by default: every reader

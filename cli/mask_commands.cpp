@@ -14,20 +14,17 @@
 
 #include "cli/commands.h"
 #include "cli/common.h"
+#include "cli/develop.h"
 #include "engine/catalog/photo_library.h"
 #include "engine/edit/field_path.h"
 #include "engine/edit/photo_mask.h"
 #include "engine/export/mask_export.h"
 #include "engine/media/bitmap.h"
 #include "engine/render/photo_renderer.h"
-#include "engine/render/photo_source.h"
 #include "engine/render/smart_masks.h"
 
 namespace lumivale::cli {
 namespace {
-
-// The long side of the preview smart masks are computed from, in pixels.
-constexpr int maskPreviewSide = 1800;
 
 std::string number(double v) {
   char text[32];
@@ -166,23 +163,13 @@ PhotoMask applyCommonOptions(PhotoMask mask, const Arguments& args) {
   return mask;
 }
 
-// The photo developed with `settings` as the smart masks take it: 1800
-// pixels on the long side, effects left out (grain would read as texture),
-// 8-bit sRGB.
+// The photo developed with `settings` as the smart masks take it: a preview
+// without effects (grain would read as texture), in 8-bit sRGB.
 Bitmap maskPreview(Context& ctx, const PhotoRecord& photo, const EditSettings& settings) {
-  try {
-    const PhotoSource source = PhotoSource::open(photo.path);
-    const DecodedImage decoded = source.image(maskPreviewSide, settings);
-    if (!decoded.warning.empty()) ctx.err << "warning: " << printable(decoded.warning) << "\n";
-    PhotoRenderer::Options options;
-    options.outputEffects = false;
-    PhotoRenderer renderer;
-    const Image developed =
-        renderer.render(decoded.image.materialize(), source.fullSize(), settings, options);
-    return toBitmap(developed, ColorSpace::sRGB, 8);
-  } catch (const MediaError& e) {
-    throw CommandError("cannot develop photo " + std::to_string(photo.id) + ": " + e.what());
-  }
+  PhotoRenderer::Options options;
+  options.outputEffects = false;
+  const DevelopInput input{photo.path, settings, "photo " + std::to_string(photo.id)};
+  return toBitmap(develop(ctx, input, previewSide, options).image, ColorSpace::sRGB, 8);
 }
 
 // The coverage of a smart mask computed from the photo's preview, developed

@@ -224,7 +224,7 @@ TEST_F(SmartMaskCliTest, WithoutTheModelOrThePhotoNothingChanges) {
   test::expectError(run({"mask", "add", "1", "subject"}), 1, "Subject detection is not available");
   test::expectError(run({"mask", "add", "1", "people", "--name", "Folks"}), 1,
                     "Subject detection is not available");
-  test::expectError(run({"mask", "add", "2", "sky"}), 1, "cannot develop photo 2");
+  test::expectError(run({"mask", "add", "2", "sky"}), 1, "Could not decode photo 2");
   EXPECT_EQ(library.db().query("SELECT edits, histPos FROM photos"), before);
 }
 

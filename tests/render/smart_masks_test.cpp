@@ -7,10 +7,10 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <fstream>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "engine/media/bitmap.h"
 #include "engine/media/image_decoder.h"
@@ -254,4 +254,17 @@ TEST(SmartMasksOnPhotos, OddPicturesGiveAMaskOrNothingButNeverFail) {
   std::string why;
   EXPECT_FALSE(SmartMasks::subject(Bitmap(), &why));
   EXPECT_FALSE(why.empty());
+}
+
+TEST(SmartMasksOnPhotos, GiveTheSameMasksFromSeveralThreads) {
+  SKIP_WITHOUT_MODEL();
+  const Bitmap portrait = picture(test::realPhoto("npm-node-iptc-test1.jpeg"));
+  const std::optional<MaskBitmap> alone = SmartMasks::people(portrait);
+  ASSERT_TRUE(alone);
+  std::optional<MaskBitmap> together[2];
+  {
+    std::vector<std::jthread> threads;
+    for (auto& result : together) threads.emplace_back([&] { result = SmartMasks::people(portrait); });
+  }
+  for (const auto& result : together) EXPECT_EQ(result, alone);
 }

@@ -1,10 +1,10 @@
 #include "cli/common.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
-#include <algorithm>
 #include <cstdio>
 
 #include "engine/catalog/library_query.h"
@@ -113,13 +113,18 @@ PhotoRecord existingPhoto(PhotoLibrary& library, std::int64_t id) {
   return *record;
 }
 
-EditSettings settingsFromFile(const std::string& path) {
+std::string readInputFile(const std::string& path, const std::string& what) {
   std::error_code error;
   std::ifstream in(path, std::ios::binary);
   if (std::filesystem::is_directory(path, error) || !in)
-    throw CommandError("cannot read settings from '" + printable(path) + "'");
-  const std::string data{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  if (in.bad()) throw CommandError("cannot read settings from '" + printable(path) + "'");
+    throw CommandError("cannot read " + what + " from '" + printable(path) + "'");
+  std::string data{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  if (in.bad()) throw CommandError("cannot read " + what + " from '" + printable(path) + "'");
+  return data;
+}
+
+EditSettings settingsFromFile(const std::string& path) {
+  const std::string data = readInputFile(path, "settings");
   const auto json = nlohmann::json::parse(data, nullptr, false);
   if (json.is_discarded() || !json.is_object()) {
     throw CommandError("'" + printable(path) + "' does not hold develop settings (a JSON object)");

@@ -59,4 +59,8 @@ EditSettings settingsFromFile(const std::string& path);
 /// The photo's record, or the error "no photo with id `id`".
 PhotoRecord existingPhoto(PhotoLibrary& library, std::int64_t id);
 
+/// The whole content of the file a command was given to read, or the
+/// CommandError "cannot read `what` from '`path`'" when it cannot be read.
+std::string readInputFile(const std::string& path, const std::string& what);
+
 }  // namespace lumivale::cli

@@ -22,6 +22,7 @@ PACKAGES=(
   libtbb-dev nlohmann-json3-dev libfmt-dev libicu-dev libhwy-dev
   libpango1.0-dev libcairo2-dev icc-profiles-free fonts-urw-base35 fonts-texgyre
   libopencv-core-dev libopencv-imgproc-dev libopencv-dnn-dev
+  libopencv-objdetect-dev opencv-data
   python3-onnx ccache xvfb xauth
   libgtest-dev libgmock-dev libbenchmark-dev
   libimage-exiftool-perl hyperfine
@@ -47,9 +48,12 @@ if ! command -v npm >/dev/null 2>&1; then
   $SUDO apt-get install -y --no-install-recommends nodejs npm
 fi
 
-# --- Segmentation model -------------------------------------------------------
-# The smart-mask work fetches and converts the salient-object model here, into
-# a cache folder outside the repository. Nothing to do yet.
-# -------------------------------------------------------------------------------
+# The salient-object model of the subject and people masks, into a folder
+# outside the repository (see install-model.sh). LUMIVALE_SKIP_MODEL=1 leaves
+# it out: the programs then say that subject detection is not available, and
+# the tests that need it are skipped.
+if [ "${LUMIVALE_SKIP_MODEL:-0}" != "1" ]; then
+  "$(dirname "${BASH_SOURCE[0]}")/install-model.sh"
+fi
 
 echo "install-deps: all packages present"

@@ -1,9 +1,11 @@
 #include "engine/render/mask_files.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "engine/media/png_file.h"
 #include "engine/media/safe_file.h"
+#include "engine/render/mask_renderer.h"
 
 namespace lumivale {
 
@@ -39,6 +41,29 @@ PhotoMask smartMaskFromBitmap(const MaskBitmap& bitmap, MaskKind kind, std::opti
   PhotoMask mask(kind, std::move(name));
   mask.maskPNG = bitmap.encoded();
   return mask;
+}
+
+std::optional<double> meanCoverage(const PhotoMask& mask, int displayWidth, int displayHeight) {
+  const double aspect =
+      displayWidth > 0 && displayHeight > 0 ? double(displayWidth) / double(displayHeight) : 1.0;
+  double mean = 0;
+  if (isSmart(mask.kind)) {
+    const std::optional<MaskBitmap> bitmap = mask.maskPNG ? MaskBitmap::decode(*mask.maskPNG) : std::nullopt;
+    if (!bitmap || bitmap->bytes.empty()) return std::nullopt;
+    mean = bitmap->mean(0, 0, 1, 1);
+  } else if (mask.kind == MaskKind::brush) {
+    const MaskRenderer::PixelSize size = MaskRenderer::brushBitmapSize(aspect);
+    mean = MaskRenderer::paint(mask.dabs, size.width, size.height).mean(0, 0, 1, 1);
+  } else {
+    constexpr int longSide = 256;
+    const int width = aspect >= 1 ? longSide : std::max(int(std::lround(longSide * aspect)), 1);
+    const int height = aspect >= 1 ? std::max(int(std::lround(longSide / aspect)), 1) : longSide;
+    const FloatPixels pixels = MaskRenderer::image(mask, width, height).readPixels();
+    double sum = 0;
+    for (float v : pixels.values) sum += v;
+    mean = pixels.values.empty() ? 0 : sum / double(pixels.values.size());
+  }
+  return mask.invert ? 1 - mean : mean;
 }
 
 std::vector<std::pair<std::string_view, double>> nonZeroAdjustments(const MaskAdjust& adjust) {

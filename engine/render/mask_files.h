@@ -58,6 +58,15 @@ std::optional<std::pair<int, int>> storedBitmapSize(std::span<const std::uint8_t
 PhotoMask smartMaskFromBitmap(const MaskBitmap& bitmap, MaskKind kind,
                               std::optional<std::string> name = std::nullopt);
 
+/// The share of a photo displayed at `displayWidth` × `displayHeight` that
+/// `mask` selects: the mean of its coverage, 0 … 1, taken after `invert` and
+/// before `opacity`. A smart mask's stored bitmap counts as it is, a brush
+/// mask as painted at the photo's aspect (as `MaskRenderer::image` paints
+/// it), a gradient as rendered 256 pixels on the long side. A size that is
+/// unknown (zero or negative) counts as square. Nothing for a smart mask
+/// whose bitmap is absent or does not decode.
+std::optional<double> meanCoverage(const PhotoMask& mask, int displayWidth, int displayHeight);
+
 /// The adjustments of `adjust` that are not zero, in field order, each with
 /// its stored key ("exposure", "contrast", ..., "sharpness").
 std::vector<std::pair<std::string_view, double>> nonZeroAdjustments(const MaskAdjust& adjust);

@@ -2,8 +2,10 @@
 // A fresh folder under the system's temporary folder, removed with its
 // contents when the object goes away.
 
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace lumivale::test {
@@ -20,6 +22,22 @@ class TempDir {
 
  private:
   std::filesystem::path root;
+};
+
+/// Sets (or, with nullptr, removes) an environment variable for one scope.
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const char* value) : name_(name) {
+    if (const char* old = std::getenv(name)) saved_ = old;
+    value ? setenv(name, value, 1) : unsetenv(name);
+  }
+  ~ScopedEnv() { saved_ ? setenv(name_, saved_->c_str(), 1) : unsetenv(name_); }
+  ScopedEnv(const ScopedEnv&) = delete;
+  ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+ private:
+  const char* name_;
+  std::optional<std::string> saved_;
 };
 
 /// Writes `bytes` to a file, creating its folder.

@@ -1,11 +1,10 @@
 #include "cli/common.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-
-#include <cstdio>
 
 #include "engine/catalog/library_query.h"
 #include "engine/catalog/photo_library.h"

@@ -4,6 +4,7 @@
 
 #include "diagnostics/benchmark.h"
 #include "diagnostics/self_test.h"
+#include "diagnostics/snapshots.h"
 #include "engine/catalog/library_location.h"
 #include "engine/catalog/photo_library.h"
 
@@ -70,8 +71,7 @@ std::optional<int> startUp(const StartupOptions& options, std::ostream& out, std
     case StartupOptions::Mode::benchmark:
       return diagnostics::runBenchmark(options.json, out, err);
     case StartupOptions::Mode::snapshots:
-      err << "lumivale: snapshot rendering is not available in this build\n";
-      return 2;
+      return diagnostics::writeSnapshots(options.snapshotsPath, out, err);
     case StartupOptions::Mode::normal:
       break;
   }

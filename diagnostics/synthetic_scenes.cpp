@@ -95,8 +95,8 @@ Encoded portrait(double u, double v, double aspect) {
     const double dx = (px - cx) / rx, dy = (v - cy) / ry;
     return dx * dx + dy * dy;
   };
-  const double hair = ellipse(0, 0.36, 0.17, 0.22);
-  const double face = ellipse(0, 0.43, 0.13, 0.18);
+  const double hair = ellipse(0, 0.40, 0.17, 0.22);
+  const double face = ellipse(0, 0.47, 0.13, 0.18);
   const double body = ellipse(0, 1.02, 0.34, 0.36);
   if (face <= 1) {
     const double light = 1 - 0.18 * face + 0.05 * (valueNoise(u, v, 40, 3) - 0.5);

@@ -6,8 +6,9 @@
 #include <cmath>
 #include <set>
 #include <sstream>
-#include <vips/vips8>
 
+#include "engine/media/bitmap.h"
+#include "engine/media/image_decoder.h"
 #include "engine/media/media_libraries.h"
 #include "engine/render/segmentation_model.h"
 #include "tests/support/temp_dir.h"
@@ -30,26 +31,20 @@ struct Comparison {
   std::string problem;  // empty when the pictures match
 };
 
-std::vector<unsigned char> samples(const vips::VImage& image) {
-  std::size_t length = 0;
-  void* memory = image.write_to_memory(&length);
-  std::vector<unsigned char> bytes(static_cast<unsigned char*>(memory),
-                                   static_cast<unsigned char*>(memory) + length);
-  g_free(memory);
-  return bytes;
+// The 8-bit sRGB samples of a PNG file, read back through the engine's
+// decoder (which converts them exactly back to the same levels).
+Bitmap samples(const std::filesystem::path& file) {
+  return toBitmap(ImageDecoder::decode(file, std::nullopt).image, ColorSpace::sRGB, 8);
 }
 
 Comparison compare(const std::filesystem::path& got, const std::filesystem::path& want) {
-  const vips::VImage a =
-      vips::VImage::new_from_file(got.c_str(), vips::VImage::option()->set("access", "sequential"));
-  const vips::VImage b =
-      vips::VImage::new_from_file(want.c_str(), vips::VImage::option()->set("access", "sequential"));
-  if (a.width() != b.width() || a.height() != b.height() || a.bands() != b.bands()) {
-    return {"size " + std::to_string(a.width()) + "×" + std::to_string(a.height()) + "×" +
-            std::to_string(a.bands()) + " instead of " + std::to_string(b.width()) + "×" +
-            std::to_string(b.height()) + "×" + std::to_string(b.bands())};
+  const Bitmap a = samples(got), b = samples(want);
+  if (a.width != b.width || a.height != b.height) {
+    return {"size " + std::to_string(a.width) + "×" + std::to_string(a.height) + " instead of " +
+            std::to_string(b.width) + "×" + std::to_string(b.height)};
   }
-  const auto x = samples(a), y = samples(b);
+  const auto& x = a.bytes;
+  const auto& y = b.bytes;
   std::size_t changed = 0;
   int worst = 0;
   for (std::size_t i = 0; i < x.size(); ++i) {

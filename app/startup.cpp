@@ -13,12 +13,10 @@ namespace lumivale::app {
 std::optional<StartupOptions> parseStartup(const std::vector<std::string>& args, std::ostream& err) {
   StartupOptions options;
   // The diagnostics switches rank in this order when several are given:
-  // the self-test first, then the benchmark, then the snapshots.
+  // the self-test first, then the benchmark, then the snapshots; any of
+  // them before help (the cases are declared in that order).
   auto choose = [&](StartupOptions::Mode mode) {
-    if (options.mode == StartupOptions::Mode::normal || options.mode == StartupOptions::Mode::help ||
-        mode < options.mode) {
-      options.mode = mode;
-    }
+    if (options.mode == StartupOptions::Mode::normal || mode < options.mode) options.mode = mode;
   };
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];

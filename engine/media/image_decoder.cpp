@@ -382,7 +382,13 @@ vips::VImage storedPicture(const Opened& opened, const DecodeLimits& limits) {
     }
     stored = stored.extract_area((stored.width() - width) / 2, (stored.height() - height) / 2, width, height);
   }
-  return stored.copy_memory();
+  // libvips' HEIF loader lends out its profile's bytes only while it lives;
+  // the picture kept in memory outlives it, so it gets a copy of its own.
+  const std::vector<std::uint8_t> profile = embeddedProfile(stored);
+  vips::VImage kept = stored.copy_memory();
+  if (!profile.empty())
+    vips_image_set_blob_copy(kept.get_image(), VIPS_META_ICC_NAME, profile.data(), profile.size());
+  return kept;
 }
 
 }  // namespace

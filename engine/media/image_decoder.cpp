@@ -357,13 +357,6 @@ vips::VImage storedPicture(const Opened& opened, const DecodeLimits& limits) {
     stored = load(h.format, opened.file.path(), {.heifThumbnail = true});
     // Without a thumbnail item libvips gives the primary picture.
     if (stored.width() >= h.width && stored.height() >= h.height) return {};
-    if (!vips_image_get_typeof(stored.get_image(), VIPS_META_ICC_NAME)) {
-      std::vector<std::uint8_t> profile = embeddedProfile(opened.image);
-      if (!profile.empty()) {
-        stored = stored.copy();
-        vips_image_set_blob_copy(stored.get_image(), VIPS_META_ICC_NAME, profile.data(), profile.size());
-      }
-    }
   } else {
     return {};
   }

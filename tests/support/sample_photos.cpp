@@ -66,6 +66,11 @@ Exiv2::ExifData exifOf(const SampleTags& t) {
     value.read(**text);
     exif.add(Exiv2::ExifKey(key), &value);
   }
+  if (t.thumbnail) {
+    const std::string jpeg = jpegBytes(t.thumbnail->first, t.thumbnail->second);
+    Exiv2::ExifThumb(exif).setJpegThumbnail(reinterpret_cast<const Exiv2::byte*>(jpeg.data()),
+                                            long(jpeg.size()));
+  }
   return exif;
 }
 

@@ -54,6 +54,8 @@ struct SampleTags {
   /// Degrees, minutes, seconds as exiv2 reads them: "37/1 46/1 3000/100".
   std::optional<std::string> latitude, latitudeRef, longitude, longitudeRef;
   std::vector<std::string> keywords;
+  /// An EXIF thumbnail: a JPEG of this width and height.
+  std::optional<std::pair<int, int>> thumbnail;
 };
 
 /// Writes a `width` × `height` RGB picture (a gradient) in the format named

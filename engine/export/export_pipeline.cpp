@@ -64,6 +64,17 @@ std::vector<ExportJob> exportJobs(PhotoLibrary& library, const std::vector<std::
   return jobs;
 }
 
+ExportPlan plan(Size fullSize, const EditSettings& settings, const ExportOptions& options) {
+  const PhotoGeometry geometry(settings, fullSize);
+  const auto whole = [](double pixels) { return pixels >= 1 && pixels < 2147483647.0 ? int(pixels) : 1; };
+  ExportPlan result;
+  result.developed = {whole(geometry.crop.width), whole(geometry.crop.height)};
+  result.output = outputSize(result.developed.width, result.developed.height, options);
+  const double scale = double(result.output.width) / result.developed.width;
+  result.decodeMaxSide = decodeMaxSide(scale, whole(fullSize.width), whole(fullSize.height));
+  return result;
+}
+
 PreparedExport prepare(const ExportJob& job, const ExportOptions& options, PhotoRenderer& renderer,
                        const fs::path& folder) {
   const std::string& photo = job.record.name;
@@ -74,22 +85,17 @@ PreparedExport prepare(const ExportJob& job, const ExportOptions& options, Photo
       step(photo, ExportError::cannotOpen, [&] { return PhotoSource::open(job.record.path); });
   if (!canTakeFiles(folder)) throw ExportError::cannotWrite(firstFile);
 
-  // The developed size decides how much of the photo has to be decoded.
   const Size full = source.fullSize();
-  const PhotoGeometry geometry(job.settings, full);
-  const double cw = std::max(1.0, std::trunc(geometry.crop.width));
-  const double ch = std::max(1.0, std::trunc(geometry.crop.height));
-  const PixelSize target = outputSize(cw, ch, options);
-  const std::optional<int> maxSide = decodeMaxSide(target.width / cw, int(full.width), int(full.height));
+  const ExportPlan sizes = plan(full, job.settings, options);
   const Image base = step(photo, ExportError::cannotDecode, [&] {
-    Image image = source.image(maxSide, job.settings).image;
+    Image image = source.image(sizes.decodeMaxSide, job.settings).image;
     if (image.empty()) throw ExportError::cannotDecode(photo);
     return image;
   });
 
   const PhotoRenderer::Options effectsOn{.cropEditing = false, .outputEffects = true, .maskOverlay = {}};
   Image picture = step(photo, ExportError::cannotRender, [&] {
-    const Image developed = exactSize(renderer.render(base, full, job.settings, effectsOn), target);
+    const Image developed = exactSize(renderer.render(base, full, job.settings, effectsOn), sizes.output);
     return outputImage(outputSharpen(developed, options), space(options.colorSpace), outputBits(options));
   });
   if (options.watermarkOn && !options.watermarkText.empty()) {

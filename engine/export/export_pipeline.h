@@ -66,6 +66,17 @@ inline constexpr int photosInFlight = 2;
 /// out (the sequence numbers stay consecutive). Reads only; never throws.
 std::vector<ExportJob> exportJobs(PhotoLibrary& library, const std::vector<std::int64_t>& ids);
 
+/// The sizes one export works with.
+struct ExportPlan {
+  PixelSize developed;               ///< the developed (cropped) size, truncated to whole pixels, at least 1
+  PixelSize output;                  ///< `outputSize` of the developed size
+  std::optional<int> decodeMaxSide;  ///< `decodeMaxSide` of the output's scale; nothing for full size
+  bool operator==(const ExportPlan&) const = default;
+};
+
+/// The plan for a photo of `fullSize` (upright) with `settings`.
+ExportPlan plan(Size fullSize, const EditSettings& settings, const ExportOptions& options);
+
 /// One photo encoded with its metadata, lying in a temporary file in the
 /// destination folder until `finish` names it.
 struct PreparedExport {

@@ -83,7 +83,7 @@ vips::VImage prepared(const Image& picture) {
 // cameras write it; a grey picture as RGB, which every HEIF reader takes.
 std::string heifFile(const vips::VImage& clean, const EncodeOptions& options) {
   vips::VImage rgb = to8Bit(clean);
-  if (rgb.bands() == 1) rgb = rgb.bandjoin({rgb, rgb});
+  if (rgb.bands() == 1) rgb = vips::VImage::bandjoin({rgb, rgb, rgb});
   std::string icc;
   const void* data = nullptr;
   std::size_t length = 0;

@@ -119,6 +119,21 @@ TEST_F(EncoderTest, EncodesInMemoryWhatItWouldWrite) {
   }
 }
 
+// A grey picture becomes RGB for the HEIF coder, which takes three bands.
+TEST_F(EncoderTest, WritesAGreyPictureAsHeif) {
+  const Image grey = outputImage(Image::constant(40, 24, {0.2, 0.2, 0.2}, 1), ColorSpace::sRGB, 8);
+  const vips::VImage one = vipsImage(grey).extract_band(0);
+  ASSERT_EQ(one.bands(), 1);
+  ImageEncoder::write(fromVips(one), dir / "grey.heic", {.format = ImageFormat::heif, .quality = 1});
+  const FloatPixels back = ImageDecoder::decode(dir / "grey.heic", std::nullopt).image.readPixels();
+  ASSERT_EQ(back.width, 40);
+  // Every row, the last third too: a coder that read two bands as three
+  // would run past the samples there.
+  for (int y = 0; y < 24; y += 23) {
+    for (int c = 0; c < 3; ++c) EXPECT_NEAR(back.at(39, y, c), 0.2, 0.02) << y;
+  }
+}
+
 TEST_F(EncoderTest, RefusesWhatItCannotWrite) {
   EXPECT_THROW(ImageEncoder::write(Image::constant(4, 4, {0.5, 0.5, 0.5}), dir / "float.png",
                                    {.format = ImageFormat::png}),

@@ -1,8 +1,6 @@
 #include "engine/media/bitmap.h"
 
-#include <array>
 #include <bit>
-#include <cassert>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -41,6 +39,14 @@ class TransferTable {
     return table_[i] + fraction * (table_[i + 1] - table_[i]);
   }
 
+  static std::size_t cells() { return std::size_t(octaves) << mantissaBits; }
+  static int shiftBits() { return shift; }
+  static float minimumValue() { return minimum; }
+  /// The bits of the first float of cell `i`.
+  static std::uint32_t firstBits(std::size_t i) { return base + (std::uint32_t(i) << shift); }
+  /// The cell of a value in (minimum, 1).
+  static std::size_t cellOf(float linear) { return (std::bit_cast<std::uint32_t>(linear) - base) >> shift; }
+
  private:
   static constexpr int octaves = 40;
   static constexpr int mantissaBits = 10;
@@ -59,107 +65,96 @@ const TransferTable& transferTable(ColorSpace space) {
   return *tables[std::size_t(space)];
 }
 
-// The 8-bit sample of a linear value exactly as the transfer table and the
-// rounding give it, found without either: the 255 values at which the
-// sample steps up are searched once over the bit patterns of floats, and a
-// table over those bit patterns (512 cells per octave) gives the sample at
-// the start of each cell. A curve of ours rises by less than 80 samples per
-// octave, so a cell holds at most one step: a value costs a lookup and one
-// comparison, with no branch to mispredict. Every curve of ours is still 0
-// below 2^-24, where the table begins.
-class ByteTable {
- public:
-  explicit ByteTable(const TransferTable& curve) {
-    const auto sample = [&](std::uint32_t bits) {
-      return int(double(curve.encode(std::bit_cast<float>(bits))) * 255 + 0.5);
-    };
-    // Positive floats are ordered as their bit patterns.
-    const std::uint32_t one = std::bit_cast<std::uint32_t>(1.0f);
-    for (int k = 1; k < 256; ++k) {
-      std::uint32_t low = 0, high = one;  // sample(low) < k <= sample(high)
-      while (high - low > 1) {
-        const std::uint32_t middle = low + (high - low) / 2;
-        (sample(middle) >= k ? high : low) = middle;
-      }
-      steps_[k] = std::bit_cast<float>(high);
-    }
-    steps_[256] = std::numeric_limits<float>::infinity();
-    for (std::size_t i = 0; i < start_.size(); ++i) {
-      const float cellStart = std::bit_cast<float>(base + std::uint32_t(i << shift));
-      int k = 0;
-      while (k < 255 && cellStart >= steps_[k + 1]) ++k;
-      start_[i] = std::uint8_t(k);
-      assert(i + 1 == start_.size() ||
-             std::bit_cast<float>(base + std::uint32_t((i + 1) << shift)) <= steps_[k + 2]);
-    }
-    assert(steps_[1] >= std::bit_cast<float>(base));
-  }
-
-  std::uint8_t sample(float linear) const {
-    if (!(linear >= steps_[1])) return 0;  // also NaN
-    if (linear >= steps_[255]) return 255;
-    const std::uint32_t k = start_[(std::bit_cast<std::uint32_t>(linear) - base) >> shift];
-    return std::uint8_t(k + (linear >= steps_[k + 1]));
-  }
-
- private:
-  static constexpr int octaves = 24;
-  static constexpr int cellBits = 9;
-  static constexpr int shift = 23 - cellBits;
-  static constexpr std::uint32_t base = std::uint32_t(127 - octaves) << 23;  // the bits of 2^-24
-  std::array<float, 257> steps_{};  ///< the least value of each sample
-  std::array<std::uint8_t, std::size_t(octaves) << cellBits> start_{};
-};
-
-const ByteTable& byteTable(ColorSpace space) {
-  static std::once_flag once;
-  static std::unique_ptr<ByteTable> tables[allColorSpaces.size()];
-  std::call_once(once, [] {
-    for (ColorSpace s : allColorSpaces)
-      tables[std::size_t(s)] = std::make_unique<ByteTable>(transferTable(s));
-  });
-  return *tables[std::size_t(space)];
-}
-
 // Inputs are limited to ±65504 (the range of half floats) and NaN read as
 // 0 before the matrix, so that no NaN or infinity comes out of it.
 inline double finite(float v) {
   return v > -65504.0f ? (v < 65504.0f ? v : 65504.0) : (v <= -65504.0f ? -65504.0 : 0.0);
 }
 
+// The 8-bit output of a transfer table, exactly as rounding its encoded
+// value would give it, without the interpolation: each cell of the table
+// holds the byte at its start, and a value moves one byte up when it reaches
+// that byte's threshold. A cell is far narrower than a byte's step on every
+// curve of ours (checked when the table is built; `exact` says so).
+class ByteEncoder {
+ public:
+  explicit ByteEncoder(const TransferTable& curve) {
+    const auto byteOf = [&](float v) { return int(double(curve.encode(v)) * 255 + 0.5); };
+    // threshold_[k]: the smallest float that encodes to byte k or more.
+    for (int k = 1; k < 256; ++k) {
+      std::uint32_t lo = 0, hi = std::bit_cast<std::uint32_t>(1.0f);
+      while (lo < hi) {
+        const std::uint32_t mid = lo + (hi - lo) / 2;
+        if (byteOf(std::bit_cast<float>(mid)) >= k) hi = mid; else lo = mid + 1;
+      }
+      threshold_[k] = std::bit_cast<float>(lo);
+    }
+    threshold_[0] = -std::numeric_limits<float>::infinity();
+    threshold_[256] = std::numeric_limits<float>::infinity();
+    start_.resize(TransferTable::cells());
+    for (std::size_t i = 0; i < start_.size(); ++i) {
+      const std::uint32_t first = TransferTable::firstBits(i);
+      const std::uint32_t last = first + (1u << TransferTable::shiftBits()) - 1;
+      const int a = byteOf(std::bit_cast<float>(first)), b = byteOf(std::bit_cast<float>(last));
+      start_[i] = std::uint8_t(a);
+      if (b > a + 1) exact_ = false;
+    }
+  }
+
+  bool exact() const { return exact_; }
+
+  std::uint8_t encode(float linear) const {
+    if (!(linear > TransferTable::minimumValue())) return 0;  // also NaN
+    if (linear >= 1) return 255;
+    const std::uint8_t low = start_[TransferTable::cellOf(linear)];
+    return std::uint8_t(low + (linear >= threshold_[low + 1]));
+  }
+
+ private:
+  float threshold_[257];
+  std::vector<std::uint8_t> start_;
+  bool exact_ = true;
+};
+
+const ByteEncoder* byteEncoder(ColorSpace space) {
+  static std::once_flag once;
+  static std::unique_ptr<ByteEncoder> encoders[allColorSpaces.size()];
+  std::call_once(once, [] {
+    for (ColorSpace s : allColorSpaces) {
+      auto e = std::make_unique<ByteEncoder>(transferTable(s));
+      if (e->exact()) encoders[std::size_t(s)] = std::move(e);
+    }
+  });
+  return encoders[std::size_t(space)].get();
+}
+
 template <class Sample>
 media_detail::PixelRowFn outputRows(ColorSpace space, int inBands) {
   const TransferTable* curve = &transferTable(space);
-  // 8-bit samples come from the byte table, which gives what the curve and
-  // the rounding would, several times faster.
-  const ByteTable* bytes = sizeof(Sample) == 1 ? &byteTable(space) : nullptr;
   const Matrix3 m = linearFromWorking(space);
   const bool identity = space == ColorSpace::sRGB;
   const double full = std::numeric_limits<Sample>::max();
-  return [curve, bytes, m, identity, inBands, full](const void* in, void* out, int width) {
+  if constexpr (sizeof(Sample) == 1) {
+    if (const ByteEncoder* bytes = byteEncoder(space); bytes && identity && inBands == 3) {
+      return [bytes](const void* in, void* out, int width) {
+        const auto* s = static_cast<const float*>(in);
+        auto* o = static_cast<std::uint8_t*>(out);
+        for (std::size_t i = 0, n = std::size_t(width) * 3; i < n; ++i) o[i] = bytes->encode(s[i]);
+      };
+    }
+  }
+  return [curve, m, identity, inBands, full](const void* in, void* out, int width) {
     const auto* s = static_cast<const float*>(in);
     auto* o = static_cast<Sample*>(out);
-    const int gi = inBands == 1 ? 0 : 1, bi = inBands == 1 ? 0 : 2;
-    if (bytes && identity) {
-      for (int i = 0; i < width; ++i, s += inBands, o += 3) {
-        o[0] = Sample(bytes->sample(s[0]));
-        o[1] = Sample(bytes->sample(s[gi]));
-        o[2] = Sample(bytes->sample(s[bi]));
-      }
-      return;
-    }
     for (int i = 0; i < width; ++i) {
       const float* p = s + std::size_t(i) * inBands;
-      const double r = finite(p[0]), g = finite(p[gi]), b = finite(p[bi]);
+      const double r = finite(p[0]), g = finite(p[inBands == 1 ? 0 : 1]), b = finite(p[inBands == 1 ? 0 : 2]);
       // The matrix in double: in float it would move 16-bit samples that lie
       // near a half step.
       const double rgb[3] = {identity ? r : m[0] * r + m[1] * g + m[2] * b,
                              identity ? g : m[3] * r + m[4] * g + m[5] * b,
                              identity ? b : m[6] * r + m[7] * g + m[8] * b};
-      for (int c = 0; c < 3; ++c) {
-        o[3 * i + c] = bytes ? Sample(bytes->sample(float(rgb[c])))
-                             : Sample(double(curve->encode(float(rgb[c]))) * full + 0.5);
-      }
+      for (int c = 0; c < 3; ++c) o[3 * i + c] = Sample(double(curve->encode(float(rgb[c]))) * full + 0.5);
     }
   };
 }

@@ -125,30 +125,25 @@ class ExportCommandTest : public test::CliLibraryTest {
   ExportOptions stored() const { return ExportOptions::load(UserDefaults(config.path())); }
 };
 
-TEST_F(ExportCommandTest, WritesEachPhotoAndPrintsWhereItWent) {
-  const test::CliResult r = ok({"export", "1,2", "--to", to(), "--format", "png", "--size-mode", "width",
-                                "--size", "30", "--metadata", "none"});
-  EXPECT_EQ(r.out, (out / "IMG_1.png").string() + "\n" + (out / "IMG_2.png").string() + "\n");
-  EXPECT_EQ(ImageDecoder::readHeader(out / "IMG_2.png").width, 30);
-  // Given options are not kept without --save.
-  EXPECT_EQ(stored(), ExportOptions());
-
-  const nlohmann::json json = ok({"--json", "export", "1", "--to", to(), "--format", "png"}).json();
-  EXPECT_EQ(json["written"], nlohmann::json::array({(out / "IMG_1 2.png").string()}));
-  EXPECT_TRUE(json["failed"].empty());
-}
-
-TEST_F(ExportCommandTest, StartsFromTheStoredOptionsAndSavesTheGivenOnes) {
-  ASSERT_EQ(test::runCli({"export-options", "set", "format=tiff", "naming=custom", "customName=Trip"}).status,
+TEST_F(ExportCommandTest, StartsFromTheStoredOptionsAndSavesOnlyWhenAsked) {
+  ASSERT_EQ(test::runCli({"export-options", "set", "format=png", "naming=custom", "customName=Trip"}).status,
             0);
-  ok({"export", "2", "--to", to(), "--16bit", "--color-space", "adobeRGB", "--save"});
-  EXPECT_TRUE(fs::exists(out / "Trip-001.tif"));
-  ExportOptions expected{.format = ExportFormat::tiff,
-                         .tiff16Bit = true,
-                         .colorSpace = ExportColorSpace::adobeRGB,
-                         .naming = NamingMode::custom,
-                         .customName = "Trip",
-                         .folderPath = to()};
+  const ExportOptions before = stored();
+  const test::CliResult r = ok({"export", "1,2", "--to", to(), "--size-mode", "width", "--size", "30"});
+  EXPECT_EQ(r.out, (out / "Trip-001.png").string() + "\n" + (out / "Trip-002.png").string() + "\n");
+  EXPECT_EQ(ImageDecoder::readHeader(out / "Trip-002.png").width, 30);
+  EXPECT_EQ(stored(), before);
+
+  const nlohmann::json json = ok({"--json", "export", "2", "--to", to(), "--format", "tiff", "--16bit",
+                                  "--color-space", "adobeRGB", "--save"})
+                                  .json();
+  EXPECT_EQ(json["written"], nlohmann::json::array({(out / "Trip-001.tif").string()}));
+  EXPECT_TRUE(json["failed"].empty());
+  ExportOptions expected = before;
+  expected.format = ExportFormat::tiff;
+  expected.tiff16Bit = true;
+  expected.colorSpace = ExportColorSpace::adobeRGB;
+  expected.folderPath = to();
   EXPECT_EQ(stored(), expected);
 }
 

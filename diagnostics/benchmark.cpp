@@ -12,7 +12,9 @@
 #include "diagnostics/synthetic_scenes.h"
 #include "diagnostics/temp_folder.h"
 #include "engine/catalog/photo_library.h"
+#include "engine/catalog/thumbnails.h"
 #include "engine/edit/json.h"
+#include "engine/export/export_pipeline.h"
 #include "engine/export/exporter.h"
 #include "engine/media/bitmap.h"
 #include "engine/media/image_encoder.h"
@@ -174,14 +176,23 @@ BenchmarkReport measure(const BenchmarkOptions& options, std::ostream& progress)
   const auto exports = temp / "export";
   std::filesystem::create_directories(exports);
   attempt("full-size export to JPEG", fullText, options.slowRuns, [&] {
-    const PhotoSource source = PhotoSource::open(photo);
-    const EditSettings settings = toneSettings();
-    const Image developed =
-        renderer.render(source.image(std::nullopt, settings).image, source.fullSize(), settings);
-    const std::string bytes = ImageEncoder::encode(outputImage(developed, ColorSpace::sRGB, 8),
-                                                   {.format = ImageFormat::jpeg, .quality = 0.9});
-    std::filesystem::remove(Exporter::writeFile(exports, "photo", "jpg", bytes));
+    ExportJob job;
+    job.record.path = photo.string();
+    job.record.name = photo.filename().string();
+    job.record.ext = "jpg";
+    job.settings = toneSettings();
+    ExportOptions jpeg;
+    jpeg.format = ExportFormat::jpeg;
+    jpeg.quality = 0.9;
+    jpeg.metadata = MetadataPolicy::none;
+    std::filesystem::remove(Exporter::exportPhoto(job, jpeg, renderer, exports));
   });
+
+  attempt("thumbnail", fullText + " JPEG to " + std::to_string(PhotoLibrary::thumbSide), options.slowRuns,
+          [&] {
+            if (!Thumbnails::make(photo, PhotoLibrary::thumbSide))
+              throw std::runtime_error("no thumbnail was made");
+          });
 
   const Bitmap previewPicture = toBitmap(preview, ColorSpace::sRGB, 8);
   attempt("sky mask", previewText, options.runs, [&] {

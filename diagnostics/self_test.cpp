@@ -13,7 +13,9 @@
 #include "diagnostics/synthetic_scenes.h"
 #include "diagnostics/temp_folder.h"
 #include "engine/catalog/photo_library.h"
+#include "engine/catalog/thumbnails.h"
 #include "engine/edit/edit_settings.h"
+#include "engine/export/export_pipeline.h"
 #include "engine/export/exporter.h"
 #include "engine/media/bitmap.h"
 #include "engine/media/image_decoder.h"
@@ -398,6 +400,24 @@ void exportNaming(Workspace& w) {
   expectEqual(kept, std::string("taken"), "the content of the file that was there");
 }
 
+// The first imported photo's thumbnail: made within the grid's side, kept
+// as a file, and read back from that file the second time.
+void gridThumbnail(Workspace& w) {
+  if (w.imported.empty()) throw CheckFailure("no photo was imported (see the import check)");
+  PhotoLibrary& library = w.catalog();
+  const auto record = library.photo(w.imported.front());
+  if (!record) throw CheckFailure("the imported photo is not in the catalog");
+  const auto made = library.thumbnail(*record);
+  if (!made) throw CheckFailure("no thumbnail was made");
+  expect(std::max(made->width, made->height) <= PhotoLibrary::thumbSide && made->width > 0,
+         "the thumbnail is " + std::to_string(made->width) + " × " + std::to_string(made->height));
+  const auto file = library.thumbnailURL(record->id, false);
+  expect(std::filesystem::exists(file), "no thumbnail file was kept at " + file.string());
+  const auto again = library.thumbnail(*record);
+  expect(again && again->width == made->width && again->height == made->height,
+         "the kept thumbnail reads back at another size");
+}
+
 void exportFormat(Workspace& w, ExportFormat format) {
   if (!ImageEncoder::canWrite(imageFormat(format))) {
     throw CheckSkipped("this computer has no encoder for " + std::string(title(format)));
@@ -406,11 +426,24 @@ void exportFormat(Workspace& w, ExportFormat format) {
   options.format = format;
   options.tiff16Bit = true;
   const int bits = Exporter::outputBits(options);
-  const FloatPixels source = scenePixels(Scene::skyOverGround, 96, 64);
-  const Image picture = outputImage(Image::fromPixels(source), space(options.colorSpace), bits);
-  const std::string bytes = ImageEncoder::encode(picture, {.format = imageFormat(format), .quality = 0.9});
-  const auto file = Exporter::writeFile(w.make("export"), "sky", ext(format), bytes);
+  // The scene as a 16-bit PNG photo, exported whole through the pipeline
+  // with settings that change nothing, must come back as it went in.
+  const auto photo = w.make("export-sources") / ("sky-" + std::string(ext(format)) + ".png");
+  if (!std::filesystem::exists(photo)) {
+    ImageEncoder::write(
+        outputImage(Image::fromPixels(scenePixels(Scene::skyOverGround, 96, 64)), ColorSpace::sRGB, 16),
+        photo, {.format = ImageFormat::png});
+  }
+  const FloatPixels source = ImageDecoder::decode(photo, std::nullopt).image.readPixels();
+  ExportJob job;
+  job.record.path = photo.string();
+  job.record.name = photo.filename().string();
+  job.record.ext = "png";
+  PhotoRenderer renderer;
+  const auto file = Exporter::exportPhoto(job, options, renderer, w.make("export"));
   const FloatPixels back = ImageDecoder::decode(file, std::nullopt).image.readPixels();
+  expect(back.width == source.width && back.height == source.height,
+         "the file read back is " + std::to_string(back.width) + " × " + std::to_string(back.height));
   // Lossless files differ by the rounding of their samples alone. Lossy
   // ones differ more, most where the ground's fine texture meets the coder's
   // colour subsampling, so they are held to an average and to a share of
@@ -515,6 +548,7 @@ int runSelfTest(std::ostream& out) {
       {"catalog import", [w] { catalogImport(*w); }},
       {"catalog query", [w] { catalogQuery(*w); }},
       {"catalog history round trip", [w] { catalogHistory(*w); }},
+      {"grid thumbnail", [w] { gridThumbnail(*w); }},
       {"settings blob round trip", settingsRoundTrip},
       {"tone cube against ToneLUT.map", toneCube},
       {"mask paint rule", maskPaintRule},

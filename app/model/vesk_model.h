@@ -46,6 +46,7 @@
 #include "engine/edit/presets.h"
 #include "engine/edit/settings_group.h"
 #include "engine/export/export_options.h"
+#include "engine/media/image.h"
 #include "engine/render/histogram.h"
 
 namespace lumivale::app {
@@ -83,6 +84,8 @@ struct ExportSummary {
 };
 
 class VeskModel;
+struct RenderState;
+struct RenderResult;
 
 /// The grid's view of `VeskModel::photos`: one row per photo in grid order.
 /// Display is the file name, decoration the thumbnail (from the cache; a miss
@@ -441,6 +444,7 @@ class VeskModel : public QObject {
   void changeMask(const std::string& id, const std::function<void(PhotoMask&)>& body);
   /// `changeMask`, then `commit(name)`.
   void editMask(const std::string& id, const std::string& name, const std::function<void(PhotoMask&)>& body);
+  /// Sliders: no step; `commit` when the drag ends.
   void setMaskOpacity(const std::string& id, double opacity);
   void setMaskAdjust(const std::string& id, double MaskAdjust::*field, double value);
   void deleteMask(const std::string& id);
@@ -527,6 +531,35 @@ class VeskModel : public QObject {
 
  private:
   struct Impl;
+
+  void bumpToken();
+  void currentChanged();
+  void openForDevelop(const PhotoRecord& record, std::uint64_t token);
+  void releaseSource();
+  void finishRender(std::uint64_t token, const RenderResult& result);
+  EditSettings beforeSettings() const;
+  bool makeEditedThumbnail(PhotoLibrary& library, std::int64_t id);
+  void loadEditState(std::int64_t id);
+  void readHistory(std::int64_t id);
+  void readSnapshots(std::int64_t id);
+  void afterStoredChange(std::int64_t id);
+  void replacePhotos(Records photos);
+  void readPanels();
+  void readKeywords();
+  void readCollections();
+  void forgetThumbnails(std::int64_t id);
+  void bumpThumbVersion();
+  void finishImport(const ImportResult& result, const std::filesystem::path& root, const std::string& name,
+                    const std::function<void(const ImportResult&)>& completion);
+  /// Runs a catalog write; a failure becomes the status line. False then.
+  bool write(const std::function<void()>& body);
+  void updateInPlace(const std::vector<std::int64_t>& ids, const std::function<void(PhotoRecord&)>& body);
+  void carryOnto(const std::vector<std::int64_t>& ids, const EditSettings& from, const std::string& step);
+  void onOpenPhoto(std::function<void(RenderState&, const Image& base, Size full)> work,
+                   const EditSettings& settings);
+  void computeSmartMask(const PhotoMask& mask, bool adding);
+  Size frameSize() const;
+
   std::unique_ptr<Impl> impl_;
   std::shared_ptr<PhotoLibrary> library_;
   PhotoListModel* photoList_ = nullptr;
@@ -586,7 +619,7 @@ class VeskModel : public QObject {
   std::deque<double> frameTimes_;
   int rendersStarted_ = 0;
   int editedThumbnailsWritten_ = 0;
-  std::optional<std::vector<BrushDab>> strokeStart_;
+  bool strokeOpen_ = false;
 
   friend class PhotoListModel;
   friend struct Impl;

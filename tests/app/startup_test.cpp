@@ -12,8 +12,8 @@ using lumivale::app::StartupOptions;
 
 TEST(StartupTest, DiagnosticsSwitchesComeFirstAndAreNotYetAvailable) {
   std::ostringstream out, err;
-  for (auto args : std::vector<std::vector<std::string>>{
-           {"--selftest"}, {"--benchmark"}, {"--snapshots", "/tmp/x"}}) {
+  for (auto args :
+       std::vector<std::vector<std::string>>{{"--selftest"}, {"--benchmark"}, {"--snapshots", "/tmp/x"}}) {
     auto options = app::parseStartup(args, err);
     ASSERT_TRUE(options);
     EXPECT_NE(options->mode, StartupOptions::Mode::normal);
@@ -36,7 +36,9 @@ TEST(StartupTest, OpensTheLibraryOrExplainsWhyNot) {
   options = app::parseStartup({"--library", (dir / "file" / "lib").string()}, err2);
   EXPECT_EQ(app::startUp(*options, out2, err2), 1);
   std::string text = err2.str();
-  EXPECT_EQ(text.rfind("KUVO Lumivale could not open its library\n" + (dir / "file" / "lib").string() + "\n", 0), 0u)
+  EXPECT_EQ(
+      text.rfind("KUVO Lumivale could not open its library\n" + (dir / "file" / "lib").string() + "\n", 0),
+      0u)
       << text;
 }
 

@@ -60,7 +60,7 @@ RenderResult render(RenderState& state, PhotoRenderer& renderer, const RenderJob
     const Image shown = outputImage(developed, ColorSpace::sRGB, 8).materialize();
     result.preview = ThumbnailStore::toQImage(shown);
     result.frameMS = double(clock.nsecsElapsed()) / 1e6;
-    result.histogram = Histogram::of(shown);
+    result.shown = shown;
     if (job.before) {
       PhotoRenderer::Options plain;
       plain.cropEditing = job.options.cropEditing;
@@ -241,7 +241,7 @@ void VeskModel::finishRender(std::uint64_t token, const RenderResult& result) {
     }
     preview_ = result.preview;
     emit previewChanged();
-    if (assign(histogram_, result.histogram)) emit histogramChanged();
+    measureHistogram(token, result.shown);
     lastFrameMS_ = result.frameMS;
     emit lastFrameMSChanged();
     frameTimes_.push_back(result.frameMS);
@@ -256,6 +256,25 @@ void VeskModel::finishRender(std::uint64_t token, const RenderResult& result) {
     pendingRender_ = false;
     requestRender();
   }
+}
+
+void VeskModel::measureHistogram(std::uint64_t token, const Image& shown) {
+  // Measured beside the render queue, so the next preview need not wait
+  // for it; only the newest preview's histogram is still wanted.
+  impl_->histogramPool.clear();
+  impl_->histogramPool.start([this, token, shown] {
+    std::optional<Histogram> histogram;
+    try {
+      histogram = Histogram::of(shown);
+    } catch (const std::exception&) {
+    }
+    QMetaObject::invokeMethod(
+        this,
+        [this, token, histogram] {
+          if (token == loadToken_ && assign(histogram_, histogram)) emit histogramChanged();
+        },
+        Qt::QueuedConnection);
+  });
 }
 
 void VeskModel::setCompare(CompareMode mode) {

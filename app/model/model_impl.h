@@ -44,6 +44,7 @@ struct VeskModel::Impl {
   QThreadPool importPool;
   QThreadPool exportPool;
   QThreadPool thumbPool;
+  QThreadPool histogramPool;
   SerialQueue renderQueue;
 
   /// Stops every queue and waits for what runs.
@@ -54,7 +55,7 @@ struct VeskModel::Impl {
 struct RenderResult {
   QImage preview;
   QImage before;
-  std::optional<Histogram> histogram;
+  Image shown;  ///< the preview as an 8-bit sRGB picture, for its histogram
   double frameMS = 0;
   std::string error;
 };

@@ -177,6 +177,7 @@ VeskModel::Impl::Impl(UserDefaults store)
   exportPool.setMaxThreadCount(1);
   exportPool.setThreadPriority(QThread::NormalPriority);
   thumbPool.setThreadPriority(QThread::LowPriority);
+  histogramPool.setMaxThreadCount(1);
 }
 
 void VeskModel::Impl::shutDown() {
@@ -184,6 +185,8 @@ void VeskModel::Impl::shutDown() {
   exportPool.waitForDone();
   thumbPool.clear();
   thumbPool.waitForDone();
+  histogramPool.clear();
+  histogramPool.waitForDone();
 }
 
 VeskModel::VeskModel(std::shared_ptr<PhotoLibrary> library, std::optional<UserDefaults> defaults,

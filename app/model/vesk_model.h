@@ -538,6 +538,7 @@ class VeskModel : public QObject {
   void releaseSource();
   void finishRender(std::uint64_t token, const RenderResult& result);
   EditSettings beforeSettings() const;
+  void measureHistogram(std::uint64_t token, const Image& shown);
   bool makeEditedThumbnail(PhotoLibrary& library, std::int64_t id);
   void loadEditState(std::int64_t id);
   void readHistory(std::int64_t id);

@@ -532,6 +532,10 @@ class VeskModel : public QObject {
  private:
   struct Impl;
 
+  /// Runs `work` on the main thread later; callable from any thread. The
+  /// hand-off goes through a lock of ours, which ThreadSanitizer sees.
+  void toMain(std::function<void()> work);
+  Q_INVOKABLE void deliverMail();
   void bumpToken();
   void currentChanged();
   void openForDevelop(const PhotoRecord& record, std::uint64_t token);

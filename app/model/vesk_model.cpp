@@ -209,6 +209,11 @@ void JobPool::run(std::function<void()> job) {
       jobs_.pop_front();
     }
     job();
+    job = nullptr;
+    // Taken once more after the job, so that `waitForDone` takes it after
+    // every job ended.
+    std::lock_guard lock(lock_);
+    ++finished_;
   });
 }
 
@@ -218,7 +223,10 @@ void JobPool::clearPending() {
   jobs_.clear();
 }
 
-void JobPool::waitForDone() { pool_.waitForDone(); }
+void JobPool::waitForDone() {
+  pool_.waitForDone();
+  std::lock_guard lock(lock_);
+}
 
 void VeskModel::toMain(std::function<void()> work) {
   {

@@ -42,7 +42,7 @@ class DevelopModelTest : public ModelTest {
 TEST_F(DevelopModelTest, OpeningAPhotoGivesAPreviewItsHistogramAndAFrameTime) {
   develop("Landscape_1.jpg");
   EXPECT_EQ(model->preview().size(), QSize(600, 450));
-  EXPECT_TRUE(model->histogram().has_value());
+  EXPECT_TRUE(waitFor([&] { return model->histogram().has_value(); }));
   EXPECT_GT(model->lastFrameMS(), 0);
   EXPECT_EQ(model->frameTimes().size(), std::size_t(model->rendersStarted()));
   EXPECT_FALSE(model->loadingOriginal());

@@ -21,7 +21,7 @@ namespace lumivale::test {
 
 /// Waits up to `ms` milliseconds for `done`, running the event loop.
 template <class F>
-bool waitFor(F done, int ms = 60000) {
+bool waitFor(F done, int ms = 300000) {
   return QTest::qWaitFor(done, ms);
 }
 
@@ -73,7 +73,7 @@ class ModelTest : public ::testing::Test {
   /// Waits until the photo is loaded and no render runs or is pending,
   /// then lets the last results in.
   void settle() {
-    EXPECT_TRUE(waitFor([&] { return !model->loadingOriginal() && !model->renderBusy(); }, 120000));
+    EXPECT_TRUE(waitFor([&] { return !model->loadingOriginal() && !model->renderBusy(); }, 600000));
     QTest::qWait(50);
   }
 

@@ -141,11 +141,9 @@ TEST_F(DevelopModelTest, TenQuickEditsWriteTheEditedThumbnailOnce) {
     model->edit("Exposure", [&](EditSettings& s) { s.exposure = 0.1 * i; });
     QTest::qWait(30);
   }
-  QSignalSpy version(model.get(), &VeskModel::thumbVersionChanged);
   ASSERT_TRUE(waitFor([&] { return model->editedThumbnailsWritten() > 0; }));
   QTest::qWait(VeskModel::editedThumbnailDelayMS + 400);
   EXPECT_EQ(model->editedThumbnailsWritten(), 1);
-  EXPECT_EQ(version.count(), 1);
   EXPECT_TRUE(std::filesystem::exists(app::ThumbnailStore::editedFile(*library, id)));
   EXPECT_TRUE(model->photos()[std::size_t(*model->rowOf(id))].edited);
   const QImage thumb = model->thumbnail(model->photos()[std::size_t(*model->rowOf(id))]);

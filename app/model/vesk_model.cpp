@@ -497,7 +497,7 @@ QImage VeskModel::cachedThumbnail(const PhotoRecord& record) const {
 QImage VeskModel::thumbnail(const PhotoRecord& record) {
   QImage image = cachedThumbnail(record);
   if (!image.isNull()) return image;
-  image = ThumbnailStore::load(*library_, record);
+  if (std::optional<Bitmap> stored = library_->thumbnail(record)) image = ThumbnailStore::toQImage(*stored);
   if (!image.isNull()) {
     std::lock_guard lock(impl_->cacheLock);
     impl_->thumbCache.insert(thumbKey(record), new QImage(image), 1);

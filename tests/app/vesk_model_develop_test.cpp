@@ -3,7 +3,6 @@
 
 #include <QSignalSpy>
 
-#include "app/model/thumbnail_store.h"
 #include "tests/app/model_fixture.h"
 
 namespace lumivale::test {
@@ -144,7 +143,7 @@ TEST_F(DevelopModelTest, TenQuickEditsWriteTheEditedThumbnailOnce) {
   ASSERT_TRUE(waitFor([&] { return model->editedThumbnailsWritten() > 0; }));
   QTest::qWait(VeskModel::editedThumbnailDelayMS + 400);
   EXPECT_EQ(model->editedThumbnailsWritten(), 1);
-  EXPECT_TRUE(std::filesystem::exists(app::ThumbnailStore::editedFile(*library, id)));
+  EXPECT_TRUE(std::filesystem::exists(library->thumbnailURL(id, true)));
   EXPECT_TRUE(model->photos()[std::size_t(*model->rowOf(id))].edited);
   const QImage thumb = model->thumbnail(model->photos()[std::size_t(*model->rowOf(id))]);
   EXPECT_EQ(std::max(thumb.width(), thumb.height()), std::min(VeskModel::editedThumbnailSide, 600));

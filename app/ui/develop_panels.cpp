@@ -50,7 +50,7 @@ CollapsibleSection::CollapsibleSection(const QString& title, QWidget* parent) : 
   layout->setSpacing(0);
   header_ = new QToolButton;
   header_->setObjectName(QStringLiteral("sectionHeader"));
-  header_->setText(title);
+  header_->setText(QString(title).replace(QLatin1Char('&'), QStringLiteral("&&")));
   header_->setCheckable(true);
   header_->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
   header_->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
@@ -360,7 +360,7 @@ DevelopPanels::DevelopPanels(VeskModel& model, QWidget* parent) : QWidget(parent
     auto* body = addSection(tr("Presence"), true)->body();
     addSetting(body, tr("Vibrance"), -100, 100, 0, [](S& s) -> double& { return s.vibrance; });
     addSetting(body, tr("Saturation"), -100, 100, 0, [](S& s) -> double& { return s.saturation; });
-    blackAndWhite_ = new QCheckBox(tr("Black & White"));
+    blackAndWhite_ = new QCheckBox(tr("Black && White"));
     body->addWidget(blackAndWhite_);
     connect(blackAndWhite_, &QCheckBox::clicked, this,
             [this](bool on) { model_.edit("Black & White", [on](S& s) { s.blackAndWhite = on; }); });

@@ -476,7 +476,12 @@ void InfoPanel::refresh() {
     return;
   }
   addKeyword_->setEnabled(true);
-  title_->setText(QString::fromStdString(record->name));
+  // Long names without spaces may break after dashes, dots and underscores.
+  QString name = QString::fromStdString(record->name);
+  for (const QChar c : {QLatin1Char('-'), QLatin1Char('_'), QLatin1Char('.')}) {
+    name.replace(c, QString(c) + QChar(0x200B));
+  }
+  title_->setText(name);
   title_->setToolTip(QString::fromStdString(record->path));
   summary_->setText(QString::fromStdString(record->summary()));
   if (shown_ != record->id) {

@@ -210,7 +210,10 @@ PhotoGridView::PhotoGridView(app::VeskModel& model, bool filmstrip, QWidget* par
   }
   verticalScrollBar()->setSingleStep(24);
   applyCellSize();
-  connect(&model, &app::VeskModel::gridSizeChanged, this, &PhotoGridView::applyCellSize);
+  connect(&model, &app::VeskModel::gridSizeChanged, this, [this] {
+    delegate_->clearCache();
+    applyCellSize();
+  });
   connect(&model, &app::VeskModel::thumbVersionChanged, this, [this] {
     delegate_->clearCache();
     viewport()->update();
@@ -226,16 +229,22 @@ QSize PhotoGridView::cellSizeFor(double gridSize, bool filmstrip) {
 
 void PhotoGridView::applyCellSize() {
   QSize size = cellSizeFor(model_.gridSize(), filmstrip_);
-  if (filmstrip_) size = QSize(std::max(64, (viewport()->height() - 4) * 6 / 5), viewport()->height() - 4);
+  if (filmstrip_) {
+    size = QSize(std::max(64, (viewport()->height() - 4) * 6 / 5), viewport()->height() - 4);
+  } else if (const int available = viewport()->width(); available > size.width()) {
+    // Whole columns that share out the width, so the grid has no ragged gap.
+    const int columns = std::max(1, available / size.width());
+    size.setWidth(available / columns);
+  }
+  if (size == gridSize()) return;
   delegate_->setCellSize(size);
-  delegate_->clearCache();
   setGridSize(size);
   doItemsLayout();
 }
 
 void PhotoGridView::resizeEvent(QResizeEvent* event) {
   QListView::resizeEvent(event);
-  if (filmstrip_) applyCellSize();
+  applyCellSize();
 }
 
 void PhotoGridView::revealCurrent() {

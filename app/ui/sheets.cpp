@@ -50,6 +50,7 @@ void choose(QComboBox* combo, E value) {
 QDialogButtonBox* okCancel(QDialog* dialog, const QString& okText) {
   auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
   buttons->button(QDialogButtonBox::Ok)->setText(okText);
+  for (QAbstractButton* b : buttons->buttons()) b->setIcon({});
   QObject::connect(buttons, &QDialogButtonBox::accepted, dialog, &QDialog::accept);
   QObject::connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
   return buttons;
@@ -234,6 +235,9 @@ ExportSheet::ExportSheet(VeskModel& model, QWidget* parent) : QDialog(parent), m
   ids_ = model.selectedIDs();
   setWindowTitle(ids_.size() == 1 ? tr("Export 1 Photo") : tr("Export %1 Photos").arg(ids_.size()));
   auto* layout = new QVBoxLayout(this);
+  auto* heading = new QLabel(windowTitle());
+  heading->setObjectName(QStringLiteral("catalogTitle"));
+  layout->addWidget(heading);
   auto* columns = new QHBoxLayout;
   layout->addLayout(columns);
 
@@ -342,6 +346,7 @@ ExportSheet::ExportSheet(VeskModel& model, QWidget* parent) : QDialog(parent), m
   closeButton_ = buttons->addButton(QDialogButtonBox::Cancel);
   exportButton_ = buttons->addButton(tr("Export"), QDialogButtonBox::AcceptRole);
   exportButton_->setDefault(true);
+  closeButton_->setIcon({});
   layout->addWidget(buttons);
 
   connect(choose, &QPushButton::clicked, this, [this] {

@@ -57,7 +57,7 @@ int previewCommand(Context& ctx, const Arguments& args) {
 void addPreviewCommands(std::vector<Command>& table) {
   table.push_back({"preview",
                    previewUsage,
-                   "write the camera's own preview of a RAW file as a JPEG",
+                   "Write the camera's own preview of a RAW file as a JPEG",
                    "The largest preview the camera stored in the RAW file, turned upright and, with\n"
                    "--size, scaled down so that its longer side is at most N pixels. ID is a photo\n"
                    "of the library, FILE any RAW file. An existing OUT.jpg is never replaced.",

@@ -60,7 +60,7 @@ RenderResult render(RenderState& state, PhotoRenderer& renderer, const RenderJob
     const Image shown = outputImage(developed, ColorSpace::sRGB, 8).materialize();
     result.preview = ThumbnailStore::toQImage(shown);
     result.frameMS = double(clock.nsecsElapsed()) / 1e6;
-    result.histogram = Histogram::of(shown);
+    result.shown = shown;
     if (job.before) {
       PhotoRenderer::Options plain;
       plain.cropEditing = job.options.cropEditing;
@@ -129,6 +129,8 @@ void VeskModel::currentChanged() {
 
 void VeskModel::releaseSource() {
   sourceSize_.reset();
+  // A load under way when Develop was left will not report back.
+  if (assign(loadingOriginal_, false)) emit loadingOriginalChanged();
   impl_->renderQueue.post([impl = impl_.get()] { impl->state = RenderState(); });
 }
 
@@ -158,14 +160,11 @@ void VeskModel::openForDevelop(const PhotoRecord& record, std::uint64_t token) {
       const Image quick = EmbeddedPreviews::largest(record.path, side);
       if (!quick.empty()) {
         QImage image = ThumbnailStore::toQImageFromWorking(quick);
-        QMetaObject::invokeMethod(
-            this,
-            [this, image, token] {
-              if (loadToken_ != token || !loadingOriginal_) return;
-              preview_ = image;
-              emit previewChanged();
-            },
-            Qt::QueuedConnection);
+        toMain([this, image, token] {
+          if (loadToken_ != token || !loadingOriginal_) return;
+          preview_ = image;
+          emit previewChanged();
+        });
       }
     }
     std::optional<PhotoSource> source;
@@ -179,18 +178,15 @@ void VeskModel::openForDevelop(const PhotoRecord& record, std::uint64_t token) {
     impl->state = RenderState();
     impl->state.source = std::move(source);
     impl->state.sourcePhoto = record.id;
-    QMetaObject::invokeMethod(
-        this,
-        [this, token, lens, size, name = record.name] {
-          if (loadToken_ != token) return;
-          if (assign(lensAvailable_, lens)) emit lensAvailableChanged();
-          if (assign(loadingOriginal_, false)) emit loadingOriginalChanged();
-          sourceSize_ = size;
-          if (!size) setStatus("This file could not be opened: " + QString::fromStdString(name));
-          requestRender();
-          if (compare_ != CompareMode::off) requestRender();
-        },
-        Qt::QueuedConnection);
+    toMain([this, token, lens, size, name = record.name] {
+      if (loadToken_ != token) return;
+      if (assign(lensAvailable_, lens)) emit lensAvailableChanged();
+      if (assign(loadingOriginal_, false)) emit loadingOriginalChanged();
+      sourceSize_ = size;
+      if (!size) setStatus("This file could not be opened: " + QString::fromStdString(name));
+      requestRender();
+      if (compare_ != CompareMode::off) requestRender();
+    });
   });
 }
 
@@ -227,9 +223,7 @@ void VeskModel::requestRender() {
     const bool current =
         impl->token.load() == job.token && impl->state.source && impl->state.sourcePhoto == job.photo;
     if (current) result = render(impl->state, impl->renderer, job);
-    QMetaObject::invokeMethod(
-        this, [this, token = job.token, result = std::move(result)] { finishRender(token, result); },
-        Qt::QueuedConnection);
+    toMain([this, token = job.token, result = std::move(result)] { finishRender(token, result); });
   });
 }
 
@@ -241,7 +235,7 @@ void VeskModel::finishRender(std::uint64_t token, const RenderResult& result) {
     }
     preview_ = result.preview;
     emit previewChanged();
-    if (assign(histogram_, result.histogram)) emit histogramChanged();
+    measureHistogram(token, result.shown);
     lastFrameMS_ = result.frameMS;
     emit lastFrameMSChanged();
     frameTimes_.push_back(result.frameMS);
@@ -256,6 +250,22 @@ void VeskModel::finishRender(std::uint64_t token, const RenderResult& result) {
     pendingRender_ = false;
     requestRender();
   }
+}
+
+void VeskModel::measureHistogram(std::uint64_t token, const Image& shown) {
+  // Measured beside the render queue, so the next preview need not wait
+  // for it; only the newest preview's histogram is still wanted.
+  impl_->histogramPool.clearPending();
+  impl_->histogramPool.run([this, token, shown] {
+    std::optional<Histogram> histogram;
+    try {
+      histogram = Histogram::of(shown);
+    } catch (const std::exception&) {
+    }
+    toMain([this, token, histogram] {
+      if (token == loadToken_ && assign(histogram_, histogram)) emit histogramChanged();
+    });
+  });
 }
 
 void VeskModel::setCompare(CompareMode mode) {
@@ -328,17 +338,14 @@ void VeskModel::scheduleEditedThumbnail(std::int64_t id) {
     thumbWork_.erase(id);
     timer->deleteLater();
     auto library = library_;
-    impl_->thumbPool.start([this, library, id] {
+    impl_->thumbPool.run([this, library, id] {
       if (!makeEditedThumbnail(*library, id)) return;
       forgetThumbnails(id);
-      QMetaObject::invokeMethod(
-          this,
-          [this, id] {
-            ++editedThumbnailsWritten_;
-            refreshRecord(id);
-            bumpThumbVersion();
-          },
-          Qt::QueuedConnection);
+      toMain([this, id] {
+        ++editedThumbnailsWritten_;
+        refreshRecord(id);
+        bumpThumbVersion();
+      });
     });
   });
   thumbWork_[id] = timer;

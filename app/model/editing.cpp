@@ -225,16 +225,13 @@ void VeskModel::sampleWhiteBalance(Point sourceUnit) {
           return;
         }
         const WhiteBalance balance = ToneParams::neutralizing({colour.r, colour.g, colour.b});
-        QMetaObject::invokeMethod(
-            this,
-            [this, token, balance] {
-              if (token != loadToken_) return;
-              edit("White Balance", [&](EditSettings& s) {
-                s.temperature = balance.temperature;
-                s.tint = balance.tint;
-              });
-            },
-            Qt::QueuedConnection);
+        toMain([this, token, balance] {
+          if (token != loadToken_) return;
+          edit("White Balance", [&](EditSettings& s) {
+            s.temperature = balance.temperature;
+            s.tint = balance.tint;
+          });
+        });
       },
       settings_);
 }
@@ -279,26 +276,23 @@ void VeskModel::computeSmartMask(const PhotoMask& mask, bool adding) {
             why = e.what();
           }
         }
-        QMetaObject::invokeMethod(
-            this,
-            [this, token, photo, mask, adding, bitmap = std::move(bitmap), why] {
-              if (token != loadToken_ || currentID_ != photo) return;
-              if (!bitmap) {
-                setStatus(QString::fromStdString(std::string(title(mask.kind)) + ": " + why));
-                return;
-              }
-              std::vector<std::uint8_t> stored = bitmap->encoded();
-              if (adding) {
-                edit(stepName("Add", mask.kind), [&](EditSettings& s) {
-                  s.masks.push_back(mask);
-                  s.masks.back().maskPNG = std::move(stored);
-                });
-                selectMask(mask.id);
-              } else {
-                editMask(mask.id, "Refresh Mask", [&](PhotoMask& m) { m.maskPNG = std::move(stored); });
-              }
-            },
-            Qt::QueuedConnection);
+        toMain([this, token, photo, mask, adding, bitmap = std::move(bitmap), why] {
+          if (token != loadToken_ || currentID_ != photo) return;
+          if (!bitmap) {
+            setStatus(QString::fromStdString(std::string(title(mask.kind)) + ": " + why));
+            return;
+          }
+          std::vector<std::uint8_t> stored = bitmap->encoded();
+          if (adding) {
+            edit(stepName("Add", mask.kind), [&](EditSettings& s) {
+              s.masks.push_back(mask);
+              s.masks.back().maskPNG = std::move(stored);
+            });
+            selectMask(mask.id);
+          } else {
+            editMask(mask.id, "Refresh Mask", [&](PhotoMask& m) { m.maskPNG = std::move(stored); });
+          }
+        });
       },
       settings);
 }

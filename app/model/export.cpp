@@ -81,7 +81,7 @@ void VeskModel::exportPhotos(const std::vector<std::int64_t>& ids, const std::fi
   exportProgress_ = std::pair(0, int(ids.size()));
   emit exportProgressChanged();
   auto library = library_;
-  impl_->exportPool.start([this, library, ids, folder, options, completion = std::move(completion)] {
+  impl_->exportPool.run([this, library, ids, folder, options, completion = std::move(completion)] {
     ExportSummary summary;
     int done = 0;
     for (std::int64_t id : ids) {
@@ -94,26 +94,20 @@ void VeskModel::exportPhotos(const std::vector<std::int64_t>& ids, const std::fi
         summary.errors.emplace_back(e.what());
       }
       ++done;
-      QMetaObject::invokeMethod(
-          this,
-          [this, done, total = int(ids.size())] {
-            exportProgress_ = std::pair(done, total);
-            emit exportProgressChanged();
-          },
-          Qt::QueuedConnection);
+      toMain([this, done, total = int(ids.size())] {
+        exportProgress_ = std::pair(done, total);
+        emit exportProgressChanged();
+      });
     }
-    QMetaObject::invokeMethod(
-        this,
-        [this, summary, completion] {
-          exportProgress_.reset();
-          emit exportProgressChanged();
-          QString text =
-              "Exported " + QString::number(summary.written) + " photo" + (summary.written == 1 ? "" : "s");
-          if (!summary.errors.empty()) text += " · " + QString::fromStdString(summary.errors.front());
-          setStatus(text);
-          if (completion) completion(summary);
-        },
-        Qt::QueuedConnection);
+    toMain([this, summary, completion] {
+      exportProgress_.reset();
+      emit exportProgressChanged();
+      QString text =
+          "Exported " + QString::number(summary.written) + " photo" + (summary.written == 1 ? "" : "s");
+      if (!summary.errors.empty()) text += " · " + QString::fromStdString(summary.errors.front());
+      setStatus(text);
+      if (completion) completion(summary);
+    });
   });
 }
 

@@ -5,6 +5,8 @@
 #include <QCache>
 #include <QThreadPool>
 #include <atomic>
+#include <deque>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -27,6 +29,24 @@ struct RenderState {
   std::string baseKey;           ///< the source and side `base` was made for
 };
 
+/// A thread pool whose jobs pass through a lock of ours: Qt's own locks are
+/// hidden from ThreadSanitizer (Qt is not built with it), ours are not, so
+/// the hand-off of a job's data stays checkable.
+class JobPool {
+ public:
+  /// `maxThreads` 0: one per core.
+  JobPool(int maxThreads, QThread::Priority priority);
+  void run(std::function<void()> job);
+  /// Drops the jobs not yet started.
+  void clearPending();
+  void waitForDone();
+
+ private:
+  QThreadPool pool_;
+  std::mutex lock_;
+  std::deque<std::function<void()>> jobs_;
+};
+
 struct VeskModel::Impl {
   explicit Impl(UserDefaults defaults);
 
@@ -41,9 +61,14 @@ struct VeskModel::Impl {
   std::set<std::int64_t> thumbRequests;  ///< main thread: loads under way
 
   // Declared last, so they stop first: nothing runs once the rest is gone.
-  QThreadPool importPool;
-  QThreadPool exportPool;
-  QThreadPool thumbPool;
+  /// Results on their way to the main thread (see `toMain`).
+  std::mutex mailLock;
+  std::deque<std::function<void()>> mail;
+
+  JobPool importPool;
+  JobPool exportPool;
+  JobPool thumbPool;
+  JobPool histogramPool;
   SerialQueue renderQueue;
 
   /// Stops every queue and waits for what runs.
@@ -54,7 +79,7 @@ struct VeskModel::Impl {
 struct RenderResult {
   QImage preview;
   QImage before;
-  std::optional<Histogram> histogram;
+  Image shown;  ///< the preview as an 8-bit sRGB picture, for its histogram
   double frameMS = 0;
   std::string error;
 };

@@ -10,6 +10,11 @@ SerialQueue::SerialQueue(const QString& name, QThread::Priority priority) {
 }
 
 SerialQueue::~SerialQueue() {
+  stop();
+  delete thread_;
+}
+
+void SerialQueue::stop() {
   {
     std::lock_guard lock(mutex_);
     stopping_ = true;
@@ -17,7 +22,6 @@ SerialQueue::~SerialQueue() {
   }
   wake_.notify_all();
   thread_->wait();
-  delete thread_;
 }
 
 void SerialQueue::post(std::function<void()> task) {

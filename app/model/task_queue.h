@@ -16,7 +16,7 @@ class SerialQueue {
   /// Starts the thread, named `name` (the name the system shows for it),
   /// at `priority`.
   SerialQueue(const QString& name, QThread::Priority priority);
-  /// Drops the tasks not yet started, lets the running one end and joins.
+  /// Stops the queue (see `stop`).
   ~SerialQueue();
   SerialQueue(const SerialQueue&) = delete;
   SerialQueue& operator=(const SerialQueue&) = delete;
@@ -24,6 +24,9 @@ class SerialQueue {
   /// Runs `task` on the queue's thread after every task posted before it.
   /// Thread-safe. A task that throws is ended there; the queue goes on.
   void post(std::function<void()> task);
+  /// Drops the tasks not yet started, lets the running one end and joins
+  /// the thread; later posts are dropped. Safe to call twice.
+  void stop();
   /// The queue's thread, for checks.
   QThread* thread() const { return thread_; }
 

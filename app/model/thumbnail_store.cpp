@@ -74,14 +74,17 @@ QImage toQImage(const Image& picture8) {
   const FloatPixels pixels = picture8.readPixels();
   if (pixels.width < 1 || pixels.height < 1 || pixels.bands < 1) return {};
   QImage image(pixels.width, pixels.height, QImage::Format_RGB888);
+  // The samples of an 8-bit picture come back as whole numbers 0 … 255.
+  const int bands = pixels.bands;
   for (int y = 0; y < pixels.height; ++y) {
     uchar* row = image.scanLine(y);
-    const float* in = pixels.values.data() + std::size_t(y) * pixels.width * pixels.bands;
-    for (int x = 0; x < pixels.width; ++x, in += pixels.bands, row += 3) {
-      for (int c = 0; c < 3; ++c) {
-        const float v = in[pixels.bands >= 3 ? c : 0];
-        row[c] = uchar(std::lround(std::clamp(v, 0.0f, 255.0f)));
-      }
+    const float* in = pixels.values.data() + std::size_t(y) * pixels.width * bands;
+    if (bands == 3) {
+      for (int i = 0; i < pixels.width * 3; ++i) row[i] = uchar(std::clamp(in[i], 0.0f, 255.0f) + 0.5f);
+      continue;
+    }
+    for (int x = 0; x < pixels.width; ++x, in += bands, row += 3) {
+      for (int c = 0; c < 3; ++c) row[c] = uchar(std::clamp(in[bands >= 3 ? c : 0], 0.0f, 255.0f) + 0.5f);
     }
   }
   image.setColorSpace(QColorSpace::SRgb);

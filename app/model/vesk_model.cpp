@@ -169,21 +169,76 @@ QHash<int, QByteArray> PhotoListModel::roleNames() const {
 
 VeskModel::Impl::Impl(UserDefaults store)
     : defaults(std::move(store)),
+      // One import and one export at a time; thumbnails may use every core
+      // but rank last.
+      importPool(1, QThread::NormalPriority),
+      exportPool(1, QThread::NormalPriority),
+      thumbPool(0, QThread::LowPriority),
+      histogramPool(1, QThread::NormalPriority),
       renderQueue(QStringLiteral("kuvo.lumivale.render"), QThread::HighestPriority) {
   thumbCache.setMaxCost(VeskModel::thumbCacheLimit);
-  // One import at a time; thumbnails may use every core but rank last.
-  importPool.setMaxThreadCount(1);
-  importPool.setThreadPriority(QThread::NormalPriority);
-  exportPool.setMaxThreadCount(1);
-  exportPool.setThreadPriority(QThread::NormalPriority);
-  thumbPool.setThreadPriority(QThread::LowPriority);
 }
 
 void VeskModel::Impl::shutDown() {
+  // The render queue first, while the mailbox its tasks post to exists.
+  renderQueue.stop();
   importPool.waitForDone();
   exportPool.waitForDone();
-  thumbPool.clear();
+  thumbPool.clearPending();
   thumbPool.waitForDone();
+  histogramPool.clearPending();
+  histogramPool.waitForDone();
+}
+
+JobPool::JobPool(int maxThreads, QThread::Priority priority) {
+  if (maxThreads > 0) pool_.setMaxThreadCount(maxThreads);
+  pool_.setThreadPriority(priority);
+}
+
+void JobPool::run(std::function<void()> job) {
+  {
+    std::lock_guard lock(lock_);
+    jobs_.push_back(std::move(job));
+  }
+  pool_.start([this] {
+    std::function<void()> job;
+    {
+      std::lock_guard lock(lock_);
+      if (jobs_.empty()) return;
+      job = std::move(jobs_.front());
+      jobs_.pop_front();
+    }
+    job();
+  });
+}
+
+void JobPool::clearPending() {
+  pool_.clear();
+  std::lock_guard lock(lock_);
+  jobs_.clear();
+}
+
+void JobPool::waitForDone() { pool_.waitForDone(); }
+
+void VeskModel::toMain(std::function<void()> work) {
+  {
+    std::lock_guard lock(impl_->mailLock);
+    impl_->mail.push_back(std::move(work));
+  }
+  QMetaObject::invokeMethod(this, "deliverMail", Qt::QueuedConnection);
+}
+
+void VeskModel::deliverMail() {
+  for (;;) {
+    std::function<void()> work;
+    {
+      std::lock_guard lock(impl_->mailLock);
+      if (impl_->mail.empty()) return;
+      work = std::move(impl_->mail.front());
+      impl_->mail.pop_front();
+    }
+    work();
+  }
 }
 
 VeskModel::VeskModel(std::shared_ptr<PhotoLibrary> library, std::optional<UserDefaults> defaults,
@@ -202,9 +257,9 @@ VeskModel::VeskModel(std::shared_ptr<PhotoLibrary> library, std::optional<UserDe
 VeskModel::~VeskModel() {
   if (sharedModel == this) sharedModel = nullptr;
   for (auto& [id, timer] : thumbWork_) timer->stop();
+  // Nothing runs on another thread after this; results still queued to
+  // this object die with it.
   impl_->shutDown();
-  // The render queue stops with impl_; its results were queued to this
-  // object and die with it.
   impl_.reset();
 }
 
@@ -450,15 +505,12 @@ void VeskModel::forgetThumbnails(std::int64_t id) {
 
 void VeskModel::requestThumbnail(const PhotoRecord& record) {
   if (!impl_->thumbRequests.insert(record.id).second) return;
-  impl_->thumbPool.start([this, record] {
+  impl_->thumbPool.run([this, record] {
     thumbnail(record);
-    QMetaObject::invokeMethod(
-        this,
-        [this, id = record.id] {
-          impl_->thumbRequests.erase(id);
-          emit thumbnailReady(id);
-        },
-        Qt::QueuedConnection);
+    toMain([this, id = record.id] {
+      impl_->thumbRequests.erase(id);
+      emit thumbnailReady(id);
+    });
   });
 }
 
@@ -468,11 +520,10 @@ void VeskModel::prefetchThumbnails() {
   auto left = std::make_shared<std::atomic<std::size_t>>(records.size());
   auto shared = std::make_shared<const Records>(std::move(records));
   for (std::size_t i = 0; i < shared->size(); ++i) {
-    impl_->thumbPool.start([this, shared, left, i] {
+    impl_->thumbPool.run([this, shared, left, i] {
       thumbnail((*shared)[i]);
       if (left->fetch_sub(1) == 1) {
-        QMetaObject::invokeMethod(
-            this, [this] { bumpThumbVersion(); }, Qt::QueuedConnection);
+        toMain([this] { bumpThumbVersion(); });
       }
     });
   }
@@ -490,7 +541,7 @@ void VeskModel::importFolder(const std::filesystem::path& folder,
   importing_ = "Reading " + QString::fromStdString(name) + "…";
   emit importingChanged();
   auto library = library_;
-  impl_->importPool.start([this, library, folder, name, completion = std::move(completion)] {
+  impl_->importPool.run([this, library, folder, name, completion = std::move(completion)] {
     QElapsedTimer clock;
     clock.start();
     ImportResult result;
@@ -498,22 +549,17 @@ void VeskModel::importFolder(const std::filesystem::path& folder,
     try {
       root = standardizedPath(folder);
       result = library->importFolder(folder, true, [this](int done, int total) {
-        QMetaObject::invokeMethod(
-            this,
-            [this, done, total] {
-              if (!importing_) return;
-              importing_ = "Importing " + QString::number(done) + " of " + QString::number(total) + "…";
-              emit importingChanged();
-            },
-            Qt::QueuedConnection);
+        toMain([this, done, total] {
+          if (!importing_) return;
+          importing_ = "Importing " + QString::number(done) + " of " + QString::number(total) + "…";
+          emit importingChanged();
+        });
       });
     } catch (const std::exception&) {
       // An import that fails counts as one that added nothing.
       result = ImportResult{.seconds = clock.elapsed() / 1000.0};
     }
-    QMetaObject::invokeMethod(
-        this, [this, result, root, name, completion] { finishImport(result, root, name, completion); },
-        Qt::QueuedConnection);
+    toMain([this, result, root, name, completion] { finishImport(result, root, name, completion); });
   });
 }
 

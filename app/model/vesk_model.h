@@ -532,12 +532,17 @@ class VeskModel : public QObject {
  private:
   struct Impl;
 
+  /// Runs `work` on the main thread later; callable from any thread. The
+  /// hand-off goes through a lock of ours, which ThreadSanitizer sees.
+  void toMain(std::function<void()> work);
+  Q_INVOKABLE void deliverMail();
   void bumpToken();
   void currentChanged();
   void openForDevelop(const PhotoRecord& record, std::uint64_t token);
   void releaseSource();
   void finishRender(std::uint64_t token, const RenderResult& result);
   EditSettings beforeSettings() const;
+  void measureHistogram(std::uint64_t token, const Image& shown);
   bool makeEditedThumbnail(PhotoLibrary& library, std::int64_t id);
   void loadEditState(std::int64_t id);
   void readHistory(std::int64_t id);

@@ -39,6 +39,14 @@ class TransferTable {
     return table_[i] + fraction * (table_[i + 1] - table_[i]);
   }
 
+  static std::size_t cells() { return std::size_t(octaves) << mantissaBits; }
+  static int shiftBits() { return shift; }
+  static float minimumValue() { return minimum; }
+  /// The bits of the first float of cell `i`.
+  static std::uint32_t firstBits(std::size_t i) { return base + (std::uint32_t(i) << shift); }
+  /// The cell of a value in (minimum, 1).
+  static std::size_t cellOf(float linear) { return (std::bit_cast<std::uint32_t>(linear) - base) >> shift; }
+
  private:
   static constexpr int octaves = 40;
   static constexpr int mantissaBits = 10;
@@ -63,12 +71,78 @@ inline double finite(float v) {
   return v > -65504.0f ? (v < 65504.0f ? v : 65504.0) : (v <= -65504.0f ? -65504.0 : 0.0);
 }
 
+// The 8-bit output of a transfer table, exactly as rounding its encoded
+// value would give it, without the interpolation: each cell of the table
+// holds the byte at its start, and a value moves one byte up when it reaches
+// that byte's threshold. A cell is far narrower than a byte's step on every
+// curve of ours (checked when the table is built; `exact` says so).
+class ByteEncoder {
+ public:
+  explicit ByteEncoder(const TransferTable& curve) {
+    const auto byteOf = [&](float v) { return int(double(curve.encode(v)) * 255 + 0.5); };
+    // threshold_[k]: the smallest float that encodes to byte k or more.
+    for (int k = 1; k < 256; ++k) {
+      std::uint32_t lo = 0, hi = std::bit_cast<std::uint32_t>(1.0f);
+      while (lo < hi) {
+        const std::uint32_t mid = lo + (hi - lo) / 2;
+        if (byteOf(std::bit_cast<float>(mid)) >= k) hi = mid; else lo = mid + 1;
+      }
+      threshold_[k] = std::bit_cast<float>(lo);
+    }
+    threshold_[0] = -std::numeric_limits<float>::infinity();
+    threshold_[256] = std::numeric_limits<float>::infinity();
+    start_.resize(TransferTable::cells());
+    for (std::size_t i = 0; i < start_.size(); ++i) {
+      const std::uint32_t first = TransferTable::firstBits(i);
+      const std::uint32_t last = first + (1u << TransferTable::shiftBits()) - 1;
+      const int a = byteOf(std::bit_cast<float>(first)), b = byteOf(std::bit_cast<float>(last));
+      start_[i] = std::uint8_t(a);
+      if (b > a + 1) exact_ = false;
+    }
+  }
+
+  bool exact() const { return exact_; }
+
+  std::uint8_t encode(float linear) const {
+    if (!(linear > TransferTable::minimumValue())) return 0;  // also NaN
+    if (linear >= 1) return 255;
+    const std::uint8_t low = start_[TransferTable::cellOf(linear)];
+    return std::uint8_t(low + (linear >= threshold_[low + 1]));
+  }
+
+ private:
+  float threshold_[257];
+  std::vector<std::uint8_t> start_;
+  bool exact_ = true;
+};
+
+const ByteEncoder* byteEncoder(ColorSpace space) {
+  static std::once_flag once;
+  static std::unique_ptr<ByteEncoder> encoders[allColorSpaces.size()];
+  std::call_once(once, [] {
+    for (ColorSpace s : allColorSpaces) {
+      auto e = std::make_unique<ByteEncoder>(transferTable(s));
+      if (e->exact()) encoders[std::size_t(s)] = std::move(e);
+    }
+  });
+  return encoders[std::size_t(space)].get();
+}
+
 template <class Sample>
 media_detail::PixelRowFn outputRows(ColorSpace space, int inBands) {
   const TransferTable* curve = &transferTable(space);
   const Matrix3 m = linearFromWorking(space);
   const bool identity = space == ColorSpace::sRGB;
   const double full = std::numeric_limits<Sample>::max();
+  if constexpr (sizeof(Sample) == 1) {
+    if (const ByteEncoder* bytes = byteEncoder(space); bytes && identity && inBands == 3) {
+      return [bytes](const void* in, void* out, int width) {
+        const auto* s = static_cast<const float*>(in);
+        auto* o = static_cast<std::uint8_t*>(out);
+        for (std::size_t i = 0, n = std::size_t(width) * 3; i < n; ++i) o[i] = bytes->encode(s[i]);
+      };
+    }
+  }
   return [curve, m, identity, inBands, full](const void* in, void* out, int width) {
     const auto* s = static_cast<const float*>(in);
     auto* o = static_cast<Sample*>(out);

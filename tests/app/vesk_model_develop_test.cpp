@@ -81,6 +81,29 @@ TEST_F(DevelopModelTest, QuickPhotoChangesNeverShowAPreviewOfAnEarlierPhoto) {
   EXPECT_EQ(model->preview().size(), QSize(450, 600));
 }
 
+TEST_F(DevelopModelTest, LeavingDevelopDuringALoadEndsItAndRendersNothingMore) {
+  develop("Landscape_1.jpg");
+  model->select(idNamed("Portrait_1.jpg"));
+  ASSERT_TRUE(model->loadingOriginal());
+  model->setModule(Module::library);
+  EXPECT_FALSE(model->loadingOriginal());
+  const int renders = model->rendersStarted();
+  QTest::qWait(300);
+  model->requestRender();
+  EXPECT_EQ(model->rendersStarted(), renders);
+  EXPECT_FALSE(model->sourceSize());
+}
+
+TEST_F(DevelopModelTest, DestroyingTheModelWhileItRendersEndsCleanly) {
+  develop("Landscape_1.jpg");
+  model->select(idNamed("Portrait_1.jpg"));
+  model->set(&EditSettings::exposure, 1.0);
+  model->scheduleEditedThumbnail(*model->currentID());
+  model.reset();
+  EXPECT_EQ(VeskModel::shared(), nullptr);
+  QTest::qWait(100);
+}
+
 TEST_F(DevelopModelTest, CloseUpRendersOncePerChangeAndNotForItsOwnValue) {
   develop("Landscape_1.jpg");
   int renders = model->rendersStarted();

@@ -88,6 +88,7 @@ HWY_AFTER_NAMESPACE();
 #include <numbers>
 #include <vector>
 
+#include "engine/render/filters/filter_support.h"
 #include "engine/render/kernel.h"
 
 namespace lumivale::filters {
@@ -209,9 +210,10 @@ Image gaussianBlur(const Image& input, double sigma) {
   return blurRows(blurColumns(input, kernel), kernel);
 }
 
-Image unsharpMask(const Image& input, double radius, double intensity) {
+Image unsharpMask(const Image& source, double radius, double intensity) {
+  if (intensity == 0 || gaussianBlur(source, radius).get() == source.get()) return source;
+  const Image input = detail::readTwice(source);
   const Image blurred = gaussianBlur(input, radius);
-  if (intensity == 0 || blurred.get() == input.get()) return input;
   const int bands = input.bands();
   const float k = float(intensity);
   return kernel::mapRows({input, blurred}, bands,

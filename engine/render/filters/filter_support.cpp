@@ -30,6 +30,20 @@ void requireSameSize(const Image& a, const Image& b, const char* filter) {
                      std::to_string(b.height()));
 }
 
+Image readTwice(const Image& image) {
+  constexpr int tileSide = 128;
+  // Enough tiles for the rows that the threads work on at once plus the
+  // blur's reach above and below.
+  const int across = (image.width() + tileSide - 1) / tileSide;
+  return withVips("cannot cache the image", [&] {
+    return fromVips(vipsImage(image).tilecache(vips::VImage::option()
+                                                   ->set("tile_width", tileSide)
+                                                   ->set("tile_height", tileSide)
+                                                   ->set("max_tiles", across * 6)
+                                                   ->set("threaded", true)));
+  });
+}
+
 Image greyAsRgb(const Image& grey) {
   return withVips("cannot widen a grey image", [&] {
     const vips::VImage v = vipsImage(grey);

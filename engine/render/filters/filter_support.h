@@ -20,4 +20,10 @@ Image greyAsRgb(const Image& grey);
 /// The first band alone.
 Image firstBand(const Image& image);
 
+/// The image behind a cache of its recent tiles, for an image that two
+/// branches of a chain read (a blur and the pixel beside it): without it,
+/// everything before it is computed once per branch. Holds a few rows of
+/// tiles, so memory stays small at any size.
+Image readTwice(const Image& image);
+
 }  // namespace lumivale::filters::detail

@@ -28,7 +28,8 @@ int runApplication(int& argc, char** argv, const app::StartupOptions& options) {
   try {
     opened = app::openLibrary(folder);
   } catch (const std::exception& e) {
-    QMessageBox alert(QMessageBox::Critical, QStringLiteral("KUVO Lumivale"), QString::fromUtf8(cannotOpenLibrary));
+    QMessageBox alert(QMessageBox::Critical, QStringLiteral("KUVO Lumivale"),
+                      QString::fromUtf8(cannotOpenLibrary));
     alert.setInformativeText(QString::fromStdString(folder.string()) + QLatin1Char('\n') +
                              QString::fromUtf8(e.what()));
     alert.exec();

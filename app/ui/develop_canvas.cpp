@@ -187,8 +187,8 @@ void DevelopCanvas::paintEvent(QPaintEvent*) {
 
 void DevelopCanvas::drawCrop(QPainter& p, const QRectF& image) const {
   const CropRect& c = model_.settings().crop;
-  const QRectF crop(image.left() + c.x * image.width(), image.top() + c.y * image.height(), c.w * image.width(),
-                    c.h * image.height());
+  const QRectF crop(image.left() + c.x * image.width(), image.top() + c.y * image.height(),
+                    c.w * image.width(), c.h * image.height());
   QPainterPath outside;
   outside.addRect(image);
   outside.addRect(crop);
@@ -272,7 +272,8 @@ void DevelopCanvas::mousePressEvent(QMouseEvent* event) {
   drag_ = Drag::none;
   if (event->button() != Qt::LeftButton || model_.preview().isNull()) return;
   const QRectF image = imageRect();
-  if (model_.compare() == CompareMode::split && std::abs(pos.x() - (image.left() + split_ * image.width())) < 8) {
+  if (model_.compare() == CompareMode::split &&
+      std::abs(pos.x() - (image.left() + split_ * image.width())) < 8) {
     drag_ = Drag::split;
     return;
   }
@@ -391,7 +392,8 @@ void DevelopCanvas::mouseMoveEvent(QMouseEvent* event) {
         // A fixed aspect keeps its shape: the dragged side leads and the
         // other follows, anchored on the opposite side.
         const auto geometry = model_.displayGeometry();
-        const auto ratio = geometry ? CropAspect::ratio(model_.settings().cropAspect, geometry->frame) : std::nullopt;
+        const auto ratio =
+            geometry ? CropAspect::ratio(model_.settings().cropAspect, geometry->frame) : std::nullopt;
         if (ratio && geometry->frame.width > 0) {
           const double unitRatio = *ratio * geometry->frame.height / geometry->frame.width;
           if (h == 1 || h == 5) {

@@ -61,9 +61,9 @@ class DevelopCanvas : public QWidget {
   app::VeskModel& model_;
   Drag drag_ = Drag::none;
   QPointF pressPos_;
-  QPointF pan_;         // close-up offset of the image centre from the widget centre
+  QPointF pan_;  // close-up offset of the image centre from the widget centre
   QPointF panAtPress_;
-  double split_ = 0.5;  // split line position, fraction of the image width
+  double split_ = 0.5;   // split line position, fraction of the image width
   int cropHandle_ = -1;  // 0…7 corners and edges, 8 inside
   CropRect cropAtPress_;
   int maskHandle_ = -1;

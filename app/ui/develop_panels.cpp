@@ -142,7 +142,10 @@ ToneCurve CurveEditor::curve() const {
 void CurveEditor::setCurve(const ToneCurve& curve) {
   const int channel = model_.curveChannel();
   model_.change([&curve, channel](EditSettings& s) {
-    (channel == 1 ? s.curveRed : channel == 2 ? s.curveGreen : channel == 3 ? s.curveBlue : s.curveRGB) = curve;
+    (channel == 1   ? s.curveRed
+     : channel == 2 ? s.curveGreen
+     : channel == 3 ? s.curveBlue
+                    : s.curveRGB) = curve;
   });
 }
 
@@ -158,7 +161,8 @@ QPointF CurveEditor::toWidget(const CurvePoint& c) const {
 
 CurvePoint CurveEditor::toCurve(QPointF w) const {
   const QRectF r = plot();
-  return {std::clamp((w.x() - r.left()) / r.width(), 0.0, 1.0), std::clamp((r.bottom() - w.y()) / r.height(), 0.0, 1.0)};
+  return {std::clamp((w.x() - r.left()) / r.width(), 0.0, 1.0),
+          std::clamp((r.bottom() - w.y()) / r.height(), 0.0, 1.0)};
 }
 
 int CurveEditor::pointNear(QPointF w) const {
@@ -177,8 +181,10 @@ void CurveEditor::paintEvent(QPaintEvent*) {
   p.fillRect(r, QColor(0x1c, 0x1c, 0x1e));
   p.setPen(QColor(0x3a, 0x3a, 0x3e));
   for (int i = 1; i < 4; ++i) {
-    p.drawLine(QPointF(r.left() + r.width() * i / 4, r.top()), QPointF(r.left() + r.width() * i / 4, r.bottom()));
-    p.drawLine(QPointF(r.left(), r.top() + r.height() * i / 4), QPointF(r.right(), r.top() + r.height() * i / 4));
+    p.drawLine(QPointF(r.left() + r.width() * i / 4, r.top()),
+               QPointF(r.left() + r.width() * i / 4, r.bottom()));
+    p.drawLine(QPointF(r.left(), r.top() + r.height() * i / 4),
+               QPointF(r.right(), r.top() + r.height() * i / 4));
   }
   p.setPen(QPen(QColor(0x50, 0x50, 0x55), 1, Qt::DashLine));
   p.drawLine(r.bottomLeft(), r.topRight());
@@ -264,7 +270,8 @@ void ColorWheel::paintEvent(QPaintEvent*) {
   const double radius = std::min(width(), height()) / 2.0 - 4;
   const QPointF c = QRectF(rect()).center();
   QConicalGradient hues(c, 0);
-  for (int i = 0; i <= 6; ++i) hues.setColorAt(i / 6.0, QColor::fromHsvF(std::fmod(i / 6.0, 1.0), 0.55, 0.75));
+  for (int i = 0; i <= 6; ++i)
+    hues.setColorAt(i / 6.0, QColor::fromHsvF(std::fmod(i / 6.0, 1.0), 0.55, 0.75));
   p.setPen(Qt::NoPen);
   p.setBrush(hues);
   p.drawEllipse(c, radius, radius);
@@ -427,7 +434,8 @@ DevelopPanels::DevelopPanels(VeskModel& model, QWidget* parent) : QWidget(parent
       if (ok && !name.trimmed().isEmpty()) model_.addSnapshot(name.trimmed().toStdString());
     });
     connect(remove, &QPushButton::clicked, this, [this] {
-      if (auto* item = snapshots_->currentItem()) model_.deleteSnapshot(item->data(Qt::UserRole).toLongLong());
+      if (auto* item = snapshots_->currentItem())
+        model_.deleteSnapshot(item->data(Qt::UserRole).toLongLong());
     });
     connect(snapshots_, &QListWidget::itemDoubleClicked, this,
             [this](QListWidgetItem* item) { model_.applySnapshot(item->data(Qt::UserRole).toLongLong()); });
@@ -464,7 +472,8 @@ SliderRow* DevelopPanels::addSetting(QVBoxLayout* layout, const QString& title, 
   auto* row = new SliderRow(title, min, max, get(EditSettings::blank()), decimals);
   row->setObjectName(title);
   layout->addWidget(row);
-  connect(row, &SliderRow::moved, this, [this, field](double v) { model_.change([&](EditSettings& s) { field(s) = v; }); });
+  connect(row, &SliderRow::moved, this,
+          [this, field](double v) { model_.change([&](EditSettings& s) { field(s) = v; }); });
   const std::string step = title.toStdString();
   connect(row, &SliderRow::committed, this, [this, step] { model_.commit(step); });
   bindings_.push_back({row, get});
@@ -607,7 +616,8 @@ void DevelopPanels::buildGrading(QVBoxLayout* body) {
   }
   body->addLayout(wheelsRow);
   using S = EditSettings;
-  addSetting(body, tr("Shadows Luminance"), -100, 100, 0, [](S& s) -> double& { return s.gradeShadows.luminance; });
+  addSetting(body, tr("Shadows Luminance"), -100, 100, 0,
+             [](S& s) -> double& { return s.gradeShadows.luminance; });
   addSetting(body, tr("Midtones Luminance"), -100, 100, 0,
              [](S& s) -> double& { return s.gradeMidtones.luminance; });
   addSetting(body, tr("Highlights Luminance"), -100, 100, 0,
@@ -799,9 +809,10 @@ void DevelopPanels::refresh() {
     aspect_->setCurrentText(QString::fromStdString(s.cropAspect));
   }
   lens_->setEnabled(model_.lensAvailable());
-  lensNote_->setText(model_.lensAvailable()
-                         ? tr("Distortion, colour fringes and vignetting of this camera and lens are corrected.")
-                         : tr("No lens profile is known for this camera and lens."));
+  lensNote_->setText(
+      model_.lensAvailable()
+          ? tr("Distortion, colour fringes and vignetting of this camera and lens are corrected.")
+          : tr("No lens profile is known for this camera and lens."));
   refreshMasks();
 }
 

@@ -76,7 +76,9 @@ DevelopView::DevelopView(VeskModel& model, QWidget* parent) : QWidget(parent), m
   splitter->setSizes({1200, 340});
 
   connect(compare_, &QComboBox::activated, this, [this](int index) {
-    model_.setCompare(index == 1 ? CompareMode::sideBySide : index == 2 ? CompareMode::split : CompareMode::off);
+    model_.setCompare(index == 1   ? CompareMode::sideBySide
+                      : index == 2 ? CompareMode::split
+                                   : CompareMode::off);
   });
   connect(closeUp_, &QToolButton::clicked, &model, &VeskModel::setCloseUp);
   for (auto signal : {&VeskModel::compareChanged, &VeskModel::closeUpChanged, &VeskModel::lastFrameMSChanged,

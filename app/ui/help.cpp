@@ -13,11 +13,12 @@ namespace lumivale::ui {
 const std::vector<std::pair<QString, QString>>& helpTopics() {
   static const std::vector<std::pair<QString, QString>> topics = {
       {QObject::tr("Importing photos"),
-       QObject::tr("<p>Choose <b>File ▸ Import Folder…</b> (Ctrl+Shift+I) and pick a folder. Every photo in it "
-                   "and in its subfolders is added to the library; RAW files and JPEG, HEIC, TIFF and PNG "
-                   "images are read.</p><p>The photos stay where they are. The library only remembers where "
-                   "they are, and your ratings and edits; the files themselves are never changed. Importing "
-                   "the same folder again adds only the photos that are new.</p>")},
+       QObject::tr(
+           "<p>Choose <b>File ▸ Import Folder…</b> (Ctrl+Shift+I) and pick a folder. Every photo in it "
+           "and in its subfolders is added to the library; RAW files and JPEG, HEIC, TIFF and PNG "
+           "images are read.</p><p>The photos stay where they are. The library only remembers where "
+           "they are, and your ratings and edits; the files themselves are never changed. Importing "
+           "the same folder again adds only the photos that are new.</p>")},
       {QObject::tr("Rating, flagging and labels"),
        QObject::tr("<p>Select photos in the grid: click one, Ctrl-click to add or remove one, Shift-click to "
                    "select a run.</p><ul><li><b>0</b>–<b>5</b> set the star rating</li>"
@@ -62,11 +63,12 @@ const std::vector<std::pair<QString, QString>>& helpTopics() {
                    "back. <b>Z</b> shows the photo at 1:1; drag to look around. <b>J</b> marks clipped "
                    "highlights in red and crushed shadows in blue.</p>")},
       {QObject::tr("Copying settings and presets"),
-       QObject::tr("<p><b>Edit ▸ Copy Settings…</b> chooses which groups of settings to copy from the current "
-                   "photo; <b>Paste Settings</b> puts them on every selected photo, and <b>Sync Settings</b> "
-                   "copies them from the current photo to the rest of the selection. Crop and masks stay "
-                   "with each photo unless you choose them.</p><p>Looks and your own presets are in the "
-                   "Presets panel; <b>Save Preset…</b> keeps the current settings as a preset.</p>")},
+       QObject::tr(
+           "<p><b>Edit ▸ Copy Settings…</b> chooses which groups of settings to copy from the current "
+           "photo; <b>Paste Settings</b> puts them on every selected photo, and <b>Sync Settings</b> "
+           "copies them from the current photo to the rest of the selection. Crop and masks stay "
+           "with each photo unless you choose them.</p><p>Looks and your own presets are in the "
+           "Presets panel; <b>Save Preset…</b> keeps the current settings as a preset.</p>")},
       {QObject::tr("Exporting"),
        QObject::tr("<p>Select photos and choose <b>File ▸ Export…</b> (Ctrl+Shift+E). Pick the format and "
                    "quality, the size, the colour space, output sharpening, an optional text watermark, "
@@ -82,7 +84,8 @@ QString thirdPartyNotices() {
       "<li>Qt 6 (LGPL-3)</li><li>SQLite (public domain)</li><li>libvips (LGPL-2.1+)</li>"
       "<li>LibRaw (LGPL-2.1 or CDDL-1.0)</li><li>lensfun (LGPL-3; database CC-BY-SA-3.0)</li>"
       "<li>Exiv2 (GPL-2.0+)</li><li>Little CMS (MIT)</li><li>libheif (LGPL-3) with x265 (GPL-2.0+)</li>"
-      "<li>libjpeg-turbo (BSD-style, IJG)</li><li>libpng (libpng licence)</li><li>libtiff (libtiff licence)</li>"
+      "<li>libjpeg-turbo (BSD-style, IJG)</li><li>libpng (libpng licence)</li><li>libtiff (libtiff "
+      "licence)</li>"
       "<li>pango (LGPL-2+) and cairo (LGPL-2.1 or MPL-1.1)</li><li>oneTBB (Apache-2.0)</li>"
       "<li>nlohmann/json (MIT)</li><li>{fmt} (MIT)</li><li>Highway (Apache-2.0)</li>"
       "<li>ICU (Unicode licence)</li><li>OpenCV (Apache-2.0)</li></ul>"
@@ -125,7 +128,8 @@ void showAbout(QWidget* parent) {
   name->setFont(f);
   layout->addWidget(name);
   layout->addWidget(new QLabel(QObject::tr("Version %1").arg(QStringLiteral(LUMIVALE_VERSION))));
-  layout->addWidget(new QLabel(QObject::tr("A photo library and RAW developer. Your originals are never changed.")));
+  layout->addWidget(
+      new QLabel(QObject::tr("A photo library and RAW developer. Your originals are never changed.")));
   auto* notices = new QTextBrowser;
   notices->setHtml(thirdPartyNotices());
   layout->addWidget(notices, 1);

@@ -1,8 +1,8 @@
 #include "app/ui/library_panels.h"
 
 #include <QComboBox>
-#include <QCoreApplication>
 #include <QContextMenuEvent>
+#include <QCoreApplication>
 #include <QDragEnterEvent>
 #include <QHBoxLayout>
 #include <QHeaderView>
@@ -162,7 +162,8 @@ void CatalogPanel::activate(QTreeWidgetItem* item) {
       return;
     case Kind::folder: {
       const std::string path = value.toString().toStdString();
-      model_.showCatalog(QStringLiteral("Folder: ") + item->text(0), [path](LibraryQuery& q) { q.folder = path; });
+      model_.showCatalog(QStringLiteral("Folder: ") + item->text(0),
+                         [path](LibraryQuery& q) { q.folder = path; });
       return;
     }
     case Kind::collection: {
@@ -174,7 +175,7 @@ void CatalogPanel::activate(QTreeWidgetItem* item) {
       const QString word = value.toString();
       // The search language finds a keyword; quotes keep a word with spaces whole.
       const QString term = word.contains(QLatin1Char(' ')) ? QStringLiteral("keyword:\"%1\"").arg(word)
-                                                            : QStringLiteral("keyword:%1").arg(word);
+                                                           : QStringLiteral("keyword:%1").arg(word);
       model_.showCatalog(QStringLiteral("Keyword: ") + word,
                          [term](LibraryQuery& q) { q.text = term.toStdString(); });
       return;
@@ -238,7 +239,8 @@ void CatalogPanel::contextMenuEvent(QContextMenuEvent* event) {
 void CatalogPanel::renameCollection(std::int64_t id, const QString& oldName) {
   bool ok = false;
   const QString name =
-      QInputDialog::getText(this, tr("Rename Collection"), tr("Name:"), QLineEdit::Normal, oldName, &ok).trimmed();
+      QInputDialog::getText(this, tr("Rename Collection"), tr("Name:"), QLineEdit::Normal, oldName, &ok)
+          .trimmed();
   if (!ok || name.isEmpty() || name == oldName) return;
   try {
     model_.library().renameCollection(id, name.toStdString());
@@ -272,7 +274,8 @@ FilterBar::FilterBar(app::VeskModel& model, QWidget* parent) : QWidget(parent), 
   row->addWidget(rating_);
 
   flag_ = new QComboBox;
-  for (FlagFilter f : allFlagFilters()) flag_->addItem(QString::fromUtf8(title(f).data(), int(title(f).size())));
+  for (FlagFilter f : allFlagFilters())
+    flag_->addItem(QString::fromUtf8(title(f).data(), int(title(f).size())));
   flag_->setToolTip(tr("Flag filter"));
   row->addWidget(flag_);
 
@@ -323,7 +326,8 @@ FilterBar::FilterBar(app::VeskModel& model, QWidget* parent) : QWidget(parent), 
   sortLabel->setObjectName(QStringLiteral("dim"));
   row->addWidget(sortLabel);
   sort_ = new QComboBox;
-  for (SortOrder o : allSortOrders()) sort_->addItem(QString::fromUtf8(title(o).data(), int(title(o).size())));
+  for (SortOrder o : allSortOrders())
+    sort_->addItem(QString::fromUtf8(title(o).data(), int(title(o).size())));
   row->addWidget(sort_);
   direction_ = new QToolButton;
   direction_->setAutoRaise(true);
@@ -387,7 +391,8 @@ void FilterBar::refresh() {
     const QSignalBlocker block(button);
     button->setChecked(q.labels.count(button->property("labelKey").toString().toStdString()) > 0);
   }
-  if (!search_->hasFocus() && search_->text().toStdString() != q.text) search_->setText(QString::fromStdString(q.text));
+  if (!search_->hasFocus() && search_->text().toStdString() != q.text)
+    search_->setText(QString::fromStdString(q.text));
   size_->setValue(int(model_.gridSize()));
 }
 
@@ -495,7 +500,8 @@ void InfoPanel::refresh() {
     QThreadPool::globalInstance()->start([self, id, path] {
       std::vector<DetailRow> rows = PhotoMeta::details(path);
       QMetaObject::invokeMethod(
-          QCoreApplication::instance(), [self, id, rows = std::move(rows)] {
+          QCoreApplication::instance(),
+          [self, id, rows = std::move(rows)] {
             if (self) self->showDetails(id, rows);
           },
           Qt::QueuedConnection);

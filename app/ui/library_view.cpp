@@ -76,13 +76,15 @@ void LibraryView::refreshEmptyState() {
   int total = 0;
   for (const auto& [folder, n] : model_.folderCounts()) total += n;
   if (total == 0) {
-    empty_->setText(tr("<p style='font-size:20px; color:#dedee0'>Your library is empty</p>"
-                       "<p>Choose <b>File ▸ Import Folder…</b> (Ctrl+Shift+I) to add a folder of photos.<br>"
-                       "They stay where they are; KUVO Lumivale never changes the originals.</p>"));
+    empty_->setText(
+        tr("<p style='font-size:20px; color:#dedee0'>Your library is empty</p>"
+           "<p>Choose <b>File ▸ Import Folder…</b> (Ctrl+Shift+I) to add a folder of photos.<br>"
+           "They stay where they are; KUVO Lumivale never changes the originals.</p>"));
   } else {
-    empty_->setText(tr("<p style='font-size:20px; color:#dedee0'>No photos match</p>"
-                       "<p>Loosen the rating, flag or label filters, clear the search,<br>"
-                       "or choose “All Photographs” in the catalog.</p>"));
+    empty_->setText(
+        tr("<p style='font-size:20px; color:#dedee0'>No photos match</p>"
+           "<p>Loosen the rating, flag or label filters, clear the search,<br>"
+           "or choose “All Photographs” in the catalog.</p>"));
   }
   stack_->setCurrentWidget(empty_);
 }

@@ -48,8 +48,10 @@ MainWindow::MainWindow(VeskModel& model, QWidget* parent) : QMainWindow(parent),
   setMinimumSize(minimumWidth, minimumHeight);
   resize(defaultWidth, defaultHeight);
 
-  confirm = [this](const QString& message, const QString& informative, const QString& yes, const QString& no) {
-    QMessageBox box(QMessageBox::Warning, QStringLiteral("KUVO Lumivale"), message, QMessageBox::NoButton, this);
+  confirm = [this](const QString& message, const QString& informative, const QString& yes,
+                   const QString& no) {
+    QMessageBox box(QMessageBox::Warning, QStringLiteral("KUVO Lumivale"), message, QMessageBox::NoButton,
+                    this);
     box.setInformativeText(informative);
     QPushButton* remove = box.addButton(yes, QMessageBox::AcceptRole);
     box.addButton(no, QMessageBox::RejectRole);
@@ -98,8 +100,8 @@ MainWindow::MainWindow(VeskModel& model, QWidget* parent) : QMainWindow(parent),
 
 QAction* MainWindow::command(const QString& name) const { return findChild<QAction*>(name); }
 
-QAction* MainWindow::addCommand(QMenu* menu, const QString& name, const QString& text, const QKeySequence& key,
-                                std::function<void()> run) {
+QAction* MainWindow::addCommand(QMenu* menu, const QString& name, const QString& text,
+                                const QKeySequence& key, std::function<void()> run) {
   auto* action = new QAction(text, this);
   action->setObjectName(name);
   if (!key.isEmpty()) action->setShortcut(key);
@@ -113,9 +115,10 @@ QAction* MainWindow::addCommand(QMenu* menu, const QString& name, const QString&
 void MainWindow::buildMenus() {
   VeskModel& m = model_;
   QMenu* file = menuBar()->addMenu(tr("&File"));
-  addCommand(file, QStringLiteral("importFolder"), tr("Import Folder…"), QKeySequence(tr("Ctrl+Shift+I")), [this] {
-    if (auto folder = chooseImportFolder()) importFolder(*folder);
-  });
+  addCommand(file, QStringLiteral("importFolder"), tr("Import Folder…"), QKeySequence(tr("Ctrl+Shift+I")),
+             [this] {
+               if (auto folder = chooseImportFolder()) importFolder(*folder);
+             });
   addCommand(file, QStringLiteral("export"), tr("Export…"), QKeySequence(tr("Ctrl+Shift+E")), [&m] {
     if (!m.selectedIDs().empty()) m.setSheet(VeskSheet::exportPhotos);
   });
@@ -135,7 +138,8 @@ void MainWindow::buildMenus() {
   addCommand(edit, QStringLiteral("syncSettings"), tr("Sync Settings"), QKeySequence(tr("Ctrl+Alt+S")),
              [&m] { m.syncSettings(); });
   edit->addSeparator();
-  addCommand(edit, QStringLiteral("selectAll"), tr("Select All"), QKeySequence::SelectAll, [&m] { m.selectAll(); });
+  addCommand(edit, QStringLiteral("selectAll"), tr("Select All"), QKeySequence::SelectAll,
+             [&m] { m.selectAll(); });
   QAction* remove = addCommand(edit, QStringLiteral("removeFromLibrary"), tr("Remove from Library…"),
                                QKeySequence::Delete, [this] { removeFromLibrary(); });
   remove->setShortcuts({QKeySequence::Delete, QKeySequence(Qt::Key_Backspace)});
@@ -180,10 +184,11 @@ void MainWindow::buildMenus() {
   QMenu* view = menuBar()->addMenu(tr("&View"));
   addCommand(view, QStringLiteral("library"), tr("Library"), QKeySequence(Qt::Key_G),
              [&m] { m.setModule(Module::library); });
-  addCommand(view, QStringLiteral("develop"), tr("Develop"), QKeySequence(Qt::Key_D), [&m] { m.enterDevelop(); });
+  addCommand(view, QStringLiteral("develop"), tr("Develop"), QKeySequence(Qt::Key_D),
+             [&m] { m.enterDevelop(); });
   view->addSeparator();
-  QAction* closeUp = addCommand(view, QStringLiteral("closeUp"), tr("Close-up (1:1)"), QKeySequence(Qt::Key_Z),
-                                [&m] { m.setCloseUp(!m.closeUp()); });
+  QAction* closeUp = addCommand(view, QStringLiteral("closeUp"), tr("Close-up (1:1)"),
+                                QKeySequence(Qt::Key_Z), [&m] { m.setCloseUp(!m.closeUp()); });
   closeUp->setCheckable(true);
   addCommand(view, QStringLiteral("compare"), tr("Before and After"), QKeySequence(Qt::Key_Backslash), [&m] {
     using app::CompareMode;
@@ -192,15 +197,17 @@ void MainWindow::buildMenus() {
                                                                       : CompareMode::off;
     m.setCompare(next);
   });
-  QAction* clipping = addCommand(view, QStringLiteral("clipping"), tr("Show Clipping"), QKeySequence(Qt::Key_J),
-                                 [&m] { m.setShowClipping(!m.showClipping()); });
+  QAction* clipping = addCommand(view, QStringLiteral("clipping"), tr("Show Clipping"),
+                                 QKeySequence(Qt::Key_J), [&m] { m.setShowClipping(!m.showClipping()); });
   clipping->setCheckable(true);
-  QAction* overlay = addCommand(view, QStringLiteral("maskOverlay"), tr("Show Mask Overlay"),
-                                QKeySequence(Qt::Key_O), [&m] { m.setShowMaskOverlay(!m.showMaskOverlay()); });
+  QAction* overlay =
+      addCommand(view, QStringLiteral("maskOverlay"), tr("Show Mask Overlay"), QKeySequence(Qt::Key_O),
+                 [&m] { m.setShowMaskOverlay(!m.showMaskOverlay()); });
   overlay->setCheckable(true);
   view->addSeparator();
-  QAction* bigger = addCommand(view, QStringLiteral("gridBigger"), tr("Larger Thumbnails"),
-                               QKeySequence(Qt::Key_Plus), [&m] { m.setGridSize(std::min(480.0, m.gridSize() + 20)); });
+  QAction* bigger =
+      addCommand(view, QStringLiteral("gridBigger"), tr("Larger Thumbnails"), QKeySequence(Qt::Key_Plus),
+                 [&m] { m.setGridSize(std::min(480.0, m.gridSize() + 20)); });
   bigger->setShortcuts({QKeySequence(Qt::Key_Plus), QKeySequence(Qt::Key_Equal)});
   addCommand(view, QStringLiteral("gridSmaller"), tr("Smaller Thumbnails"), QKeySequence(Qt::Key_Minus),
              [&m] { m.setGridSize(std::max(80.0, m.gridSize() - 20)); });
@@ -254,7 +261,8 @@ void MainWindow::refreshStatus() {
 }
 
 void MainWindow::importFolder(const QString& folder) {
-  model_.importFolder(folder.toStdString(), [this](const ImportResult&) { model_.setSheet(VeskSheet::importDone); });
+  model_.importFolder(folder.toStdString(),
+                      [this](const ImportResult&) { model_.setSheet(VeskSheet::importDone); });
 }
 
 void MainWindow::removeFromLibrary() {

@@ -166,7 +166,8 @@ void PhotoCellDelegate::paint(QPainter* painter, const QStyleOptionViewItem& opt
     drawStars(p, QRect(cell.left() + 5, cell.bottom() - 16, cell.width(), 12), rating, true);
     drawFlag(p, cell, flag);
   } else {
-    const QRect footer(cell.left() + 8, cell.bottom() - footerHeight + 2, cell.width() - 16, footerHeight - 4);
+    const QRect footer(cell.left() + 8, cell.bottom() - footerHeight + 2, cell.width() - 16,
+                       footerHeight - 4);
     drawStars(p, footer, rating, false);
     int right = footer.right();
     if (index.data(PhotoListModel::editedRole).toBool()) {
@@ -184,7 +185,10 @@ void PhotoCellDelegate::paint(QPainter* painter, const QStyleOptionViewItem& opt
 }
 
 PhotoGridView::PhotoGridView(app::VeskModel& model, bool filmstrip, QWidget* parent)
-    : QListView(parent), model_(model), filmstrip_(filmstrip), delegate_(new PhotoCellDelegate(filmstrip, this)) {
+    : QListView(parent),
+      model_(model),
+      filmstrip_(filmstrip),
+      delegate_(new PhotoCellDelegate(filmstrip, this)) {
   setModel(model.photoList());
   setItemDelegate(delegate_);
   setViewMode(QListView::ListMode);

@@ -15,9 +15,11 @@
 
 namespace lumivale::ui {
 
-ScreenshotTour::ScreenshotTour(MainWindow& window, app::VeskModel& model, QString folder, QElapsedTimer sinceStart)
+ScreenshotTour::ScreenshotTour(MainWindow& window, app::VeskModel& model, QString folder,
+                               QElapsedTimer sinceStart)
     : QObject(&window), window_(window), model_(model), folder_(std::move(folder)), sinceStart_(sinceStart) {
-  const QString tour = qEnvironmentVariable("LUMIVALE_SCREENSHOT_TOUR", QStringLiteral("library,develop,export"));
+  const QString tour =
+      qEnvironmentVariable("LUMIVALE_SCREENSHOT_TOUR", QStringLiteral("library,develop,export"));
   stops_ = tour.split(QLatin1Char(','), Qt::SkipEmptyParts);
   QDir().mkpath(folder_);
   window_.libraryView()->grid()->viewport()->installEventFilter(this);
@@ -82,7 +84,8 @@ void ScreenshotTour::save(const QString& name) {
   if (QDialog* sheet = window_.openSheet(); sheet && sheet->isVisible()) {
     QPainter p(&shot);
     const QPoint at = sheet->mapToGlobal(QPoint()) - window_.mapToGlobal(QPoint());
-    const QPoint centred((window_.width() - sheet->width()) / 2, std::max(0, (window_.height() - sheet->height()) / 3));
+    const QPoint centred((window_.width() - sheet->width()) / 2,
+                         std::max(0, (window_.height() - sheet->height()) / 3));
     p.fillRect(QRect(QPoint(), window_.size()), QColor(0, 0, 0, 90));
     p.drawPixmap(QRect(window_.rect().contains(at) ? at : centred, sheet->size()), sheet->grab());
   }
@@ -111,12 +114,13 @@ void ScreenshotTour::library() {
     model_.select(photos[0].id);
     model_.select(photos[3].id, true);
   }
-  waitFor([this] { return thumbnailsShown(); }, 30000, [this] {
-    QTimer::singleShot(400, this, [this] {
-      save(QStringLiteral("library.png"));
-      next();
-    });
-  });
+  waitFor([this] { return thumbnailsShown(); }, 30000,
+          [this] {
+            QTimer::singleShot(400, this, [this] {
+              save(QStringLiteral("library.png"));
+              next();
+            });
+          });
 }
 
 void ScreenshotTour::develop() {
@@ -132,34 +136,37 @@ void ScreenshotTour::develop() {
   }
   model_.select(chosen);
   model_.enterDevelop();
-  waitFor([this] { return !model_.loadingOriginal() && model_.lastFrameMS() > 0; }, 60000, [this] {
-    model_.edit("Light", [](EditSettings& s) {
-      s.exposure = 0.35;
-      s.contrast = 18;
-      s.shadows = 30;
-      s.highlights = -25;
-      s.vibrance = 22;
-    });
-    if (const auto id = model_.addMask(MaskKind::radial)) {
-      model_.editMask(*id, "Radial Gradient", [](PhotoMask& m) {
-        m.cx = 0.5;
-        m.cy = 0.45;
-        m.rx = 0.28;
-        m.ry = 0.32;
-        m.adjust.exposure = 0.5;
-      });
-      model_.setTool(app::DevTool::radial);
-    }
-    model_.setShowMaskOverlay(true);
-    const int started = model_.rendersStarted();
-    waitFor([this, started] { return model_.rendersStarted() > started && !model_.loadingOriginal(); }, 30000,
-            [this] {
-              QTimer::singleShot(2500, this, [this] {
-                save(QStringLiteral("develop.png"));
-                next();
-              });
+  waitFor([this] { return !model_.loadingOriginal() && model_.lastFrameMS() > 0; }, 60000,
+          [this] {
+            model_.edit("Light", [](EditSettings& s) {
+              s.exposure = 0.35;
+              s.contrast = 18;
+              s.shadows = 30;
+              s.highlights = -25;
+              s.vibrance = 22;
             });
-  });
+            if (const auto id = model_.addMask(MaskKind::radial)) {
+              model_.editMask(*id, "Radial Gradient", [](PhotoMask& m) {
+                m.cx = 0.5;
+                m.cy = 0.45;
+                m.rx = 0.28;
+                m.ry = 0.32;
+                m.adjust.exposure = 0.5;
+              });
+              model_.setTool(app::DevTool::radial);
+            }
+            model_.setShowMaskOverlay(true);
+            const int started = model_.rendersStarted();
+            waitFor(
+                [this, started] { return model_.rendersStarted() > started && !model_.loadingOriginal(); },
+                30000,
+                [this] {
+                  QTimer::singleShot(2500, this, [this] {
+                    save(QStringLiteral("develop.png"));
+                    next();
+                  });
+                });
+          });
 }
 
 void ScreenshotTour::exportSheet() {
@@ -174,16 +181,18 @@ void ScreenshotTour::exportSheet() {
 
 void ScreenshotTour::grid() {
   model_.setModule(app::Module::library);
-  waitFor([this] { return firstGridPaintMS_ >= 0; }, 30000, [this] {
-    std::fprintf(stderr, "grid of %zu photos drawn %lld ms after start\n", model_.photos().size(),
-                 static_cast<long long>(firstGridPaintMS_));
-    waitFor([this] { return thumbnailsShown(); }, 30000, [this] {
-      QTimer::singleShot(300, this, [this] {
-        save(QStringLiteral("grid-%1.png").arg(model_.photos().size()));
-        next();
-      });
-    });
-  });
+  waitFor([this] { return firstGridPaintMS_ >= 0; }, 30000,
+          [this] {
+            std::fprintf(stderr, "grid of %zu photos drawn %lld ms after start\n", model_.photos().size(),
+                         static_cast<long long>(firstGridPaintMS_));
+            waitFor([this] { return thumbnailsShown(); }, 30000,
+                    [this] {
+                      QTimer::singleShot(300, this, [this] {
+                        save(QStringLiteral("grid-%1.png").arg(model_.photos().size()));
+                        next();
+                      });
+                    });
+          });
 }
 
 }  // namespace lumivale::ui

@@ -92,8 +92,9 @@ QDialog* keywordsSheet(VeskModel& model, QWidget* parent) {
   dialog->setWindowTitle(QObject::tr("Keywords"));
   auto* layout = new QVBoxLayout(dialog);
   const auto count = model.selectedIDs().size();
-  layout->addWidget(new QLabel(count == 1 ? QObject::tr("Add keywords to the selected photo.")
-                                          : QObject::tr("Add keywords to the %1 selected photos.").arg(count)));
+  layout->addWidget(new QLabel(count == 1
+                                   ? QObject::tr("Add keywords to the selected photo.")
+                                   : QObject::tr("Add keywords to the %1 selected photos.").arg(count)));
   auto* words = new QLineEdit;
   words->setObjectName(QStringLiteral("keywords"));
   words->setPlaceholderText(QObject::tr("sky, beach; family"));
@@ -126,9 +127,9 @@ QDialog* importDoneSheet(VeskModel& model, QWidget* parent) {
   auto* dialog = new QDialog(parent);
   dialog->setWindowTitle(QObject::tr("Import Finished"));
   auto* layout = new QVBoxLayout(dialog);
-  auto* headline = new QLabel(result->added == 1 ? QObject::tr("1 photo was added to the library.")
-                                                 : QObject::tr("%L1 photos were added to the library.")
-                                                       .arg(result->added));
+  auto* headline = new QLabel(result->added == 1
+                                  ? QObject::tr("1 photo was added to the library.")
+                                  : QObject::tr("%L1 photos were added to the library.").arg(result->added));
   QFont f = headline->font();
   f.setPointSizeF(f.pointSizeF() * 1.2);
   f.setBold(true);
@@ -138,7 +139,8 @@ QDialog* importDoneSheet(VeskModel& model, QWidget* parent) {
   form->addRow(QObject::tr("Added:"), new QLabel(QString::number(result->added)));
   form->addRow(QObject::tr("Already in the library:"), new QLabel(QString::number(result->skipped)));
   form->addRow(QObject::tr("Could not be read:"), new QLabel(QString::number(result->failed)));
-  form->addRow(QObject::tr("Time:"), new QLabel(QString::fromStdString(formatFixed(result->seconds, 1)) + " s"));
+  form->addRow(QObject::tr("Time:"),
+               new QLabel(QString::fromStdString(formatFixed(result->seconds, 1)) + " s"));
   layout->addLayout(form);
   auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok);
   QObject::connect(buttons, &QDialogButtonBox::accepted, dialog, &QDialog::accept);
@@ -174,8 +176,9 @@ GroupChooser::GroupChooser(const std::set<SettingsGroup>& chosen, QWidget* paren
   row->addWidget(look);
   row->addStretch();
   layout->addLayout(row);
-  connect(all, &QPushButton::clicked, this,
-          [this] { setGroups({allSettingsGroups().begin(), allSettingsGroups().end()}); });
+  connect(all, &QPushButton::clicked, this, [this] {
+    setGroups({allSettingsGroups().begin(), allSettingsGroups().end()});
+  });
   connect(none, &QPushButton::clicked, this, [this] { setGroups({}); });
   connect(look, &QPushButton::clicked, this, [this] { setGroups(allButLocal()); });
 }
@@ -195,8 +198,9 @@ void GroupChooser::setGroups(const std::set<SettingsGroup>& groups) {
 CopySettingsSheet::CopySettingsSheet(VeskModel& model, QWidget* parent) : QDialog(parent) {
   setWindowTitle(tr("Copy Settings"));
   auto* layout = new QVBoxLayout(this);
-  layout->addWidget(new QLabel(tr("Copy these settings of the current photo. Paste Settings and Sync Settings "
-                                  "carry the same groups.")));
+  layout->addWidget(
+      new QLabel(tr("Copy these settings of the current photo. Paste Settings and Sync Settings "
+                    "carry the same groups.")));
   chooser_ = new GroupChooser(model.copyGroups().empty() ? allButLocal() : model.copyGroups());
   layout->addWidget(chooser_);
   layout->addWidget(okCancel(this, tr("Copy")));
@@ -359,7 +363,8 @@ ExportSheet::ExportSheet(VeskModel& model, QWidget* parent) : QDialog(parent), m
     connect(combo, &QComboBox::currentIndexChanged, this, &ExportSheet::refreshEnabled);
   }
   connect(watermarkOn_, &QCheckBox::toggled, this, &ExportSheet::refreshEnabled);
-  connect(quality_, &QSlider::valueChanged, this, [this](int v) { qualityValue_->setText(QString::number(v)); });
+  connect(quality_, &QSlider::valueChanged, this,
+          [this](int v) { qualityValue_->setText(QString::number(v)); });
   connect(&model, &VeskModel::exportProgressChanged, this, &ExportSheet::showProgress);
 
   showOptions(model.exportOptions());
@@ -429,7 +434,7 @@ void ExportSheet::refreshEnabled() {
   sharpenLevel_->setEnabled(chosen<OutputSharpening>(sharpening_) != OutputSharpening::none);
   const bool mark = watermarkOn_->isChecked();
   for (QWidget* w : std::initializer_list<QWidget*>{watermarkText_, watermarkSize_, watermarkOpacity_,
-                                                     watermarkPosition_, watermarkDark_}) {
+                                                    watermarkPosition_, watermarkDark_}) {
     w->setEnabled(mark);
   }
   suffix_->setEnabled(chosen<NamingMode>(naming_) == NamingMode::originalSuffix);
@@ -467,7 +472,8 @@ void ExportSheet::showProgress() {
 
 void ExportSheet::finish(const app::ExportSummary& summary) {
   progress_->setValue(progress_->maximum());
-  progress_->setFormat(summary.written == 1 ? tr("1 file written") : tr("%1 files written").arg(summary.written));
+  progress_->setFormat(summary.written == 1 ? tr("1 file written")
+                                            : tr("%1 files written").arg(summary.written));
   results_->setVisible(true);
   for (const auto& file : summary.files) results_->addItem(QString::fromStdString(file.string()));
   for (const std::string& error : summary.errors) {

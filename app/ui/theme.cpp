@@ -32,16 +32,16 @@ void applyDarkTheme(QApplication& app) {
     p.setColor(QPalette::Disabled, role, QColor(0x6a, 0x6a, 0x70));
   }
   app.setPalette(p);
-  app.setStyleSheet(QStringLiteral(
-      "QToolButton#sectionHeader { border: none; padding: 6px 4px; font-weight: 600;"
-      "  color: #e8e8ea; text-align: left; }"
-      "QToolButton#sectionHeader:hover { color: #ffffff; }"
-      "QLabel#dim { color: #96969c; }"
-      "QLabel#heading { color: #96969c; font-weight: 600; }"
-      "QLabel#catalogTitle { font-size: 15px; font-weight: 600; padding: 2px 4px; }"
-      "QLabel#emptyState { color: #a0a0a6; font-size: 15px; }"
-      "QSplitter::handle { background: #1a1a1c; }"
-      "QStatusBar { color: #b4b4ba; }"));
+  app.setStyleSheet(
+      QStringLiteral("QToolButton#sectionHeader { border: none; padding: 6px 4px; font-weight: 600;"
+                     "  color: #e8e8ea; text-align: left; }"
+                     "QToolButton#sectionHeader:hover { color: #ffffff; }"
+                     "QLabel#dim { color: #96969c; }"
+                     "QLabel#heading { color: #96969c; font-weight: 600; }"
+                     "QLabel#catalogTitle { font-size: 15px; font-weight: 600; padding: 2px 4px; }"
+                     "QLabel#emptyState { color: #a0a0a6; font-size: 15px; }"
+                     "QSplitter::handle { background: #1a1a1c; }"
+                     "QStatusBar { color: #b4b4ba; }"));
 }
 
 QColor labelColor(const QString& key) {

@@ -1,8 +1,9 @@
+#include "app/ui/sheets.h"
+
 #include <QCheckBox>
 #include <QComboBox>
 #include <QLineEdit>
 
-#include "app/ui/sheets.h"
 #include "tests/app/ui/window_fixture.h"
 
 namespace lumivale::test {
@@ -39,7 +40,8 @@ TEST_F(SheetTest, ExportCarriesItsOptionsAndWritesTheFiles) {
   const auto out = dir / "out";
   std::filesystem::create_directories(out);
   for (QLineEdit* field : s->findChildren<QLineEdit*>()) {
-    if (field->placeholderText() == QStringLiteral("Choose a folder…")) field->setText(QString::fromStdString(out.string()));
+    if (field->placeholderText() == QStringLiteral("Choose a folder…"))
+      field->setText(QString::fromStdString(out.string()));
   }
   s->startExport();
   EXPECT_EQ(model->exportOptions().format, ExportFormat::png);
@@ -47,7 +49,8 @@ TEST_F(SheetTest, ExportCarriesItsOptionsAndWritesTheFiles) {
   EXPECT_EQ(model->exportOptions().folderPath, out.string());
   ASSERT_TRUE(QTest::qWaitFor(
       [&] { return std::distance(std::filesystem::directory_iterator(out), {}) == 2; }, 30000));
-  for (const auto& file : std::filesystem::directory_iterator(out)) EXPECT_EQ(file.path().extension(), ".png");
+  for (const auto& file : std::filesystem::directory_iterator(out))
+    EXPECT_EQ(file.path().extension(), ".png");
 }
 
 TEST_F(SheetTest, ExportSheetShowsTheStoredOptions) {

@@ -51,7 +51,8 @@ class WindowTest : public ::testing::Test {
     for (int i = 1; i <= count; ++i) {
       char name[32];
       std::snprintf(name, sizeof name, "photo-%02d.jpg", i);
-      writePhoto(dir / "photos" / name, 96 + i, 64, {.dateTimeOriginal = "2024:05:0" + std::to_string(i % 9 + 1) + " 10:00:00"});
+      writePhoto(dir / "photos" / name, 96 + i, 64,
+                 {.dateTimeOriginal = "2024:05:0" + std::to_string(i % 9 + 1) + " 10:00:00"});
     }
   }
 

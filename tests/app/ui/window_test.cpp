@@ -62,9 +62,13 @@ INSTANTIATE_TEST_SUITE_P(
         KeyCase{"reject", Qt::Key_X, {}, [](app::VeskModel& m) { return second(m).flag == -1; }},
         KeyCase{"red label", Qt::Key_6, {}, [](app::VeskModel& m) { return second(m).label == "red"; }},
         KeyCase{"blue label", Qt::Key_9, {}, [](app::VeskModel& m) { return second(m).label == "blue"; }},
-        KeyCase{"next photo", Qt::Key_Right, {},
+        KeyCase{"next photo",
+                Qt::Key_Right,
+                {},
                 [](app::VeskModel& m) { return m.currentID() == m.photos().at(2).id; }},
-        KeyCase{"previous photo", Qt::Key_Left, {},
+        KeyCase{"previous photo",
+                Qt::Key_Left,
+                {},
                 [](app::VeskModel& m) { return m.currentID() == m.photos().at(0).id; }},
         KeyCase{"develop", Qt::Key_D, {}, [](app::VeskModel& m) { return m.module() == Module::develop; }},
         KeyCase{"larger cells", Qt::Key_Plus, {}, [](app::VeskModel& m) { return m.gridSize() == 190; }},
@@ -221,7 +225,8 @@ TEST_F(GridTest, EmptyLibrarySaysHowToImport) {
 TEST(PhotoIdDrag, CarriesIdsAndIgnoresGarbage) {
   EXPECT_EQ(ui::decodePhotoIds(ui::encodePhotoIds({3, 7, 9000000000LL})),
             (std::vector<std::int64_t>{3, 7, 9000000000LL}));
-  EXPECT_EQ(ui::decodePhotoIds("12\nx\n\n-4\n0\n 5 \n99999999999999999999999\n"), (std::vector<std::int64_t>{12, 5}));
+  EXPECT_EQ(ui::decodePhotoIds("12\nx\n\n-4\n0\n 5 \n99999999999999999999999\n"),
+            (std::vector<std::int64_t>{12, 5}));
   EXPECT_TRUE(ui::decodePhotoIds(QByteArray()).empty());
 }
 

@@ -3,6 +3,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QLineEdit>
+#include <QListWidget>
 
 #include "tests/app/ui/window_fixture.h"
 
@@ -47,10 +48,18 @@ TEST_F(SheetTest, ExportCarriesItsOptionsAndWritesTheFiles) {
   EXPECT_EQ(model->exportOptions().format, ExportFormat::png);
   EXPECT_TRUE(model->exportOptions().watermarkOn);
   EXPECT_EQ(model->exportOptions().folderPath, out.string());
-  ASSERT_TRUE(QTest::qWaitFor(
-      [&] { return std::distance(std::filesystem::directory_iterator(out), {}) == 2; }, 30000));
-  for (const auto& file : std::filesystem::directory_iterator(out))
-    EXPECT_EQ(file.path().extension(), ".png");
+  // Files are written under a temporary name first: wait for the two PNGs alone.
+  auto written = [&out] {
+    int png = 0, other = 0;
+    for (const auto& file : std::filesystem::directory_iterator(out))
+      ++(file.path().extension() == ".png" ? png : other);
+    return png == 2 && other == 0;
+  };
+  EXPECT_TRUE(QTest::qWaitFor(written, 30000));
+  // The sheet lists what it wrote when the export ends.
+  auto* results = s->findChild<QListWidget*>();
+  ASSERT_NE(results, nullptr);
+  EXPECT_TRUE(QTest::qWaitFor([&] { return results->count() == 2; }, 10000));
 }
 
 TEST_F(SheetTest, ExportSheetShowsTheStoredOptions) {

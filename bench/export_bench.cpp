@@ -3,10 +3,13 @@
 // of which only the picture's width is drawn), the picture encoded as JPEG
 // and HEIC in memory, the metadata written into a 24 MP camera JPEG and a
 // 24 MP 16-bit TIFF, a camera HEIC's items rebuilt, and the carried
-// metadata read from a camera JPEG and a RAW file.
+// metadata read from a camera JPEG and a RAW file. Then whole exports of the
+// camera JPEG (full size, long edge 2048 sharpened for screens, a 16-bit
+// TIFF), and a batch of photos exported one at a time and two at a time.
 
 #include <benchmark/benchmark.h>
 
+#include "engine/export/export_pipeline.h"
 #include "engine/export/exporter.h"
 #include "engine/media/bitmap.h"
 #include "engine/media/heif_metadata.h"
@@ -61,6 +64,8 @@ void encode(benchmark::State& state, ImageFormat format) {
 }
 void BM_EncodeCameraPictureAsJpeg(benchmark::State& state) { encode(state, ImageFormat::jpeg); }
 BENCHMARK(BM_EncodeCameraPictureAsJpeg)->Unit(benchmark::kMillisecond);
+void BM_EncodeCameraPictureAsTiff(benchmark::State& state) { encode(state, ImageFormat::tiff); }
+BENCHMARK(BM_EncodeCameraPictureAsTiff)->Unit(benchmark::kMillisecond);
 void BM_EncodeCameraPictureAsHeic(benchmark::State& state) { encode(state, ImageFormat::heif); }
 BENCHMARK(BM_EncodeCameraPictureAsHeic)->Unit(benchmark::kMillisecond)->Iterations(2);
 
@@ -105,5 +110,86 @@ void BM_CarriedFromCameraJpeg(benchmark::State& state) { carried(state, "camera/
 BENCHMARK(BM_CarriedFromCameraJpeg)->Unit(benchmark::kMicrosecond);
 void BM_CarriedFromRaw(benchmark::State& state) { carried(state, "raw/IMG_5952.CR2"); }
 BENCHMARK(BM_CarriedFromRaw)->Unit(benchmark::kMicrosecond);
+
+// The camera JPEG with an exposure and contrast edit, as the whole export
+// of one photo: decode, render, encode, metadata, a new file.
+void exportCamera(benchmark::State& state, const ExportOptions& options) {
+  const auto camera = test::sharedPhoto("camera/sony-a6000-6000x4000.jpg");
+  if (!camera) return state.SkipWithError("the shared test photos are not there");
+  ExportJob job{.record = {.path = camera->string(), .name = "sony.jpg"}, .keywords = {"harbour"}};
+  job.settings.exposure = 0.5;
+  job.settings.contrast = 20;
+  PhotoRenderer renderer;
+  test::TempDir out;
+  std::int64_t pixels = 0;
+  for (auto _ : state) {
+    const auto file = Exporter::exportPhoto(job, options, renderer, out.path());
+    state.PauseTiming();
+    pixels += std::int64_t(ImageDecoder::readHeader(file).width) * ImageDecoder::readHeader(file).height;
+    std::filesystem::remove(file);
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(pixels);
+}
+
+void BM_ExportCameraJpegFullSize(benchmark::State& state) { exportCamera(state, {.quality = 0.9}); }
+BENCHMARK(BM_ExportCameraJpegFullSize)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_ExportCameraJpegLongEdge2048ForScreen(benchmark::State& state) {
+  exportCamera(state,
+               {.sizeMode = SizeMode::longEdge, .sizeValue = 2048, .sharpening = OutputSharpening::screen});
+}
+BENCHMARK(BM_ExportCameraJpegLongEdge2048ForScreen)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_ExportCameraTiff16Bit(benchmark::State& state) {
+  exportCamera(state, {.format = ExportFormat::tiff, .tiff16Bit = true});
+}
+BENCHMARK(BM_ExportCameraTiff16Bit)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
+
+// Twelve 3-megapixel photos with an edit each, exported one after another
+// (`exportPhoto` in a loop) or as a batch with two photos in flight.
+class BatchFixture : public benchmark::Fixture {
+ public:
+  void SetUp(const benchmark::State&) override {
+    if (!jobs.empty()) return;
+    for (int i = 0; i < 12; ++i) {
+      const auto file = photos.path() / ("IMG_" + std::to_string(i) + ".jpg");
+      test::writePhoto(file, 2100, 1400);
+      ExportJob job{.record = {.path = file.string(), .name = file.filename().string()}, .sequence = i + 1};
+      job.settings.exposure = 0.3;
+      job.settings.contrast = 10;
+      jobs.push_back(job);
+    }
+  }
+  static test::TempDir photos;
+  static std::vector<ExportJob> jobs;
+};
+test::TempDir BatchFixture::photos;
+std::vector<ExportJob> BatchFixture::jobs;
+
+BENCHMARK_DEFINE_F(BatchFixture, BM_ExportTwelvePhotosOneAtATime)(benchmark::State& state) {
+  PhotoRenderer renderer;
+  for (auto _ : state) {
+    test::TempDir out;
+    for (const ExportJob& job : jobs) Exporter::exportPhoto(job, {}, renderer, out.path());
+  }
+  state.SetItemsProcessed(state.iterations() * std::int64_t(jobs.size()));
+}
+BENCHMARK_REGISTER_F(BatchFixture, BM_ExportTwelvePhotosOneAtATime)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+BENCHMARK_DEFINE_F(BatchFixture, BM_ExportTwelvePhotosAsABatch)(benchmark::State& state) {
+  PhotoRenderer renderer;
+  for (auto _ : state) {
+    test::TempDir out;
+    const auto results = Exporter::exportBatch(jobs, {}, renderer, out.path());
+    if (!results.back().written()) state.SkipWithError("the batch failed");
+  }
+  state.SetItemsProcessed(state.iterations() * std::int64_t(jobs.size()));
+}
+BENCHMARK_REGISTER_F(BatchFixture, BM_ExportTwelvePhotosAsABatch)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 }  // namespace

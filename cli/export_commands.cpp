@@ -1,5 +1,6 @@
-// The `export-options` command: the export options kept in the per-user
-// defaults (engine/export/export_options.h), shown, changed and reset.
+// Exporting photos as new files (`export`), and the export options kept in
+// the per-user defaults (engine/export/export_options.h) that it starts
+// from, shown, changed and reset (`export-options`).
 
 #include <algorithm>
 #include <charconv>
@@ -9,12 +10,16 @@
 #include "cli/commands.h"
 #include "cli/common.h"
 #include "cli/export_settings.h"
+#include "engine/catalog/photo_library.h"
 #include "engine/catalog/user_defaults.h"
+#include "engine/export/export_pipeline.h"
+#include "engine/media/image_encoder.h"
 #include "engine/media/safe_file.h"
 
 namespace lumivale::cli {
 namespace {
 
+namespace fs = std::filesystem;
 using ordered_json = nlohmann::ordered_json;
 using Cases = std::vector<std::pair<std::string_view, std::string_view>>;  // key, title
 
@@ -164,6 +169,91 @@ int exportOptionsCommand(Context& ctx, const Arguments& args) {
   return 0;
 }
 
+// The export options an `export` command line gives, as assignments in the
+// stored form, in the order of the options' fields.
+std::vector<std::string> givenSettings(const Arguments& args) {
+  static const std::pair<const char*, const char*> valued[] = {
+      {"--format", "format"},
+      {"--quality", "quality"},
+      {"--size-mode", "sizeMode"},
+      {"--size", "sizeValue"},
+      {"--color-space", "colorSpace"},
+      {"--sharpen", "sharpening"},
+      {"--sharpen-level", "sharpenLevel"},
+      {"--watermark", "watermarkText"},
+      {"--watermark-size", "watermarkSize"},
+      {"--watermark-opacity", "watermarkOpacity"},
+      {"--watermark-position", "watermarkPosition"},
+      {"--metadata", "metadata"},
+      {"--copyright", "copyright"},
+      {"--naming", "naming"},
+      {"--suffix", "suffix"},
+      {"--custom-name", "customName"},
+  };
+  std::vector<std::string> settings;
+  for (const auto& [option, field] : valued) {
+    if (auto value = args.value(option)) settings.push_back(std::string(field) + "=" + *value);
+  }
+  if (args.has("--16bit")) settings.push_back("tiff16Bit=true");
+  if (args.has("--enlarge")) settings.push_back("dontEnlarge=false");
+  if (args.value("--watermark")) settings.push_back("watermarkOn=true");
+  if (args.has("--watermark-dark")) settings.push_back("watermarkDark=true");
+  return settings;
+}
+
+void printResults(Context& ctx, const std::vector<ExportJob>& jobs,
+                  const std::vector<ExportResult>& results) {
+  nlohmann::json written = nlohmann::json::array(), failed = nlohmann::json::array();
+  for (std::size_t i = 0; i < jobs.size(); ++i) {
+    const ExportResult& result = results[i];
+    if (result.written()) {
+      written.push_back(jsonText(result.file.string()));
+      if (!ctx.json) ctx.out << printable(result.file.string()) << "\n";
+    } else if (result.error) {
+      failed.push_back({{"id", jobs[i].record.id}, {"error", jsonText(result.error->description())}});
+      if (!ctx.json) ctx.err << "error: " << printable(result.error->description()) << "\n";
+    }
+  }
+  if (ctx.json) ctx.printJson({{"written", written}, {"failed", failed}});
+}
+
+int exportCommand(Context& ctx, const Arguments& args) {
+  requireCount(args, 1, "export IDS --to FOLDER [options]");
+  const Ids ids = parseIds(args.positional[0]);
+  const auto to = args.value("--to");
+  if (!to || to->empty()) throw UsageError("export needs --to FOLDER");
+
+  const UserDefaults defaults = UserDefaults::standard();
+  ExportOptions options = storedOptions(defaults, ctx);
+  for (const std::string& setting : givenSettings(args)) applyExportSetting(options, setting);
+  if (args.has("--16bit") && options.format != ExportFormat::tiff)
+    throw UsageError("--16bit needs --format tiff: JPEG, HEIC and PNG are written with 8 bits");
+  if (args.value("--size") && options.sizeMode == SizeMode::original)
+    throw UsageError("--size needs --size-mode (longEdge, shortEdge, width, height or percent)");
+
+  std::error_code error;
+  const fs::path folder = fs::absolute(*to, error);
+  if (error || !fs::is_directory(folder, error))
+    throw CommandError("cannot export into '" + printable(*to) + "': it is not a folder");
+  PhotoLibrary& library = ctx.library();
+  requirePhotos(library, ids, false);
+  if (args.has("--save")) {
+    options.folderPath = folder.string();
+    store(defaults, options);
+  }
+
+  const std::vector<ExportJob> jobs = Exporter::exportJobs(library, ids);
+  PhotoRenderer renderer;
+  Progress progress(ctx, "Exporting");
+  const auto results = Exporter::exportBatch(jobs, options, renderer, folder,
+                                             [&](int done, int total) { progress.update(done, total); });
+  progress.finish();
+  printResults(ctx, jobs, results);
+  const bool allWritten =
+      std::all_of(results.begin(), results.end(), [](const ExportResult& r) { return r.written(); });
+  return allWritten ? 0 : 1;
+}
+
 }  // namespace
 
 void applyExportSetting(ExportOptions& options, const std::string& assignment) {
@@ -198,6 +288,41 @@ void applyExportSetting(ExportOptions& options, const std::string& assignment) {
 }
 
 void addExportCommands(std::vector<Command>& table) {
+  table.push_back(
+      {"export",
+       "export IDS --to FOLDER [options] [--save]",
+       "Write developed photos as new files",
+       "Each photo is developed with its current settings and written into FOLDER as a new file;\n"
+       "an existing file is never replaced (\"IMG_1 2.jpg\" is written beside \"IMG_1.jpg\").\n"
+       "Options not given come from the stored export options (see export-options):\n"
+       "  --format F              jpeg, heic, tiff or png\n"
+       "  --quality Q             JPEG and HEIC quality, 0 to 1\n"
+       "  --16bit                 TIFF with 16 bits per channel\n"
+       "  --size-mode M --size N  original, longEdge, shortEdge, width, height (N pixels) or\n"
+       "                          percent (N per cent)\n"
+       "  --enlarge               let the size make the photo larger\n"
+       "  --color-space S         sRGB, displayP3 or adobeRGB; its profile is embedded\n"
+       "  --sharpen M             none, screen, matte or glossy\n"
+       "  --sharpen-level L       low, standard or high\n"
+       "  --watermark TEXT        draw TEXT on each photo\n"
+       "  --watermark-size N      its size, per cent of the shorter side\n"
+       "  --watermark-opacity Q   0 to 1\n"
+       "  --watermark-position P  topLeft, top, topRight, left, center, right, bottomLeft,\n"
+       "                          bottom or bottomRight\n"
+       "  --watermark-dark        dark text instead of light\n"
+       "  --metadata P            all, copyrightOnly or none\n"
+       "  --copyright TEXT        the copyright written with the metadata\n"
+       "  --naming N              original, originalSuffix (with --suffix S) or custom (with\n"
+       "                          --custom-name NAME, numbered NAME-001, NAME-002, ...)\n"
+       "  --save                  keep the options given (and FOLDER) as the stored ones\n"
+       "Prints the files written, one per line (with --json: {\"written\": [...], \"failed\":\n"
+       "[...]}). A photo that fails is reported on stderr and the others are still written;\n"
+       "the exit status is then 1.",
+       {{"--16bit", "--enlarge", "--watermark-dark", "--save"},
+        {"--to", "--format", "--quality", "--size-mode", "--size", "--color-space", "--sharpen",
+         "--sharpen-level", "--watermark", "--watermark-size", "--watermark-opacity", "--watermark-position",
+         "--metadata", "--copyright", "--naming", "--suffix", "--custom-name"}},
+       exportCommand});
   table.push_back({"export-options",
                    "export-options [show | set FIELD=VALUE... | reset]",
                    "Show or change the export options the app and the command line share",

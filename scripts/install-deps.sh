@@ -15,7 +15,7 @@ PACKAGES=(
   libraw-dev liblensfun-dev liblensfun-data-v1
   libexiv2-dev exiv2
   libheif-dev libheif-examples
-  libturbojpeg0-dev libpng-dev libtiff-dev
+  libturbojpeg0-dev libpng-dev libtiff-dev zlib1g-dev
   liblcms2-dev liblcms2-utils
   libsqlite3-dev
   qt6-base-dev qt6-svg-dev qt6-image-formats-plugins

@@ -13,8 +13,8 @@
 #include "app/model/model_impl.h"
 #include "app/model/thumbnail_store.h"
 #include "app/model/vesk_model.h"
+#include "engine/catalog/thumbnails.h"
 #include "engine/media/bitmap.h"
-#include "engine/media/embedded_preview.h"
 
 namespace lumivale::app {
 
@@ -157,9 +157,8 @@ void VeskModel::openForDevelop(const PhotoRecord& record, std::uint64_t token) {
   impl->renderQueue.post([this, impl, record, token, side] {
     if (impl->token.load() != token) return;
     if (record.isRaw) {
-      const Image quick = EmbeddedPreviews::largest(record.path, side);
-      if (!quick.empty()) {
-        QImage image = ThumbnailStore::toQImageFromWorking(quick);
+      if (const std::optional<Bitmap> quick = Thumbnails::make(record.path, side)) {
+        QImage image = ThumbnailStore::toQImage(*quick);
         toMain([this, image, token] {
           if (loadToken_ != token || !loadingOriginal_) return;
           preview_ = image;
@@ -360,8 +359,7 @@ bool VeskModel::makeEditedThumbnail(PhotoLibrary& library, std::int64_t id) {
     const EditSettings settings = library.settings(id);
     PhotoRenderer renderer;
     const Image base = source.image(editedThumbnailSide, settings).image.materialize();
-    ThumbnailStore::writeEdited(library, id, renderer.render(base, source.fullSize(), settings));
-    return true;
+    return ThumbnailStore::writeEdited(library, id, renderer.render(base, source.fullSize(), settings));
   } catch (const std::exception&) {
     // The old thumbnail stays.
     return false;

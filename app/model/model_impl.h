@@ -45,6 +45,7 @@ class JobPool {
   QThreadPool pool_;
   std::mutex lock_;
   std::deque<std::function<void()>> jobs_;
+  std::uint64_t finished_ = 0;
 };
 
 struct VeskModel::Impl {

@@ -1,72 +1,30 @@
 #include "app/model/thumbnail_store.h"
 
 #include <QColorSpace>
-#include <cmath>
-#include <string>
+#include <algorithm>
+#include <cstring>
 
-#include "engine/media/embedded_preview.h"
-#include "engine/media/image_decoder.h"
-#include "engine/media/image_encoder.h"
+#include "engine/catalog/thumbnails.h"
 
 namespace lumivale::app::ThumbnailStore {
 
-namespace fs = std::filesystem;
-
-fs::path plainFile(const PhotoLibrary& library, std::int64_t id) {
-  return library.thumbFolder() / (std::to_string(id) + ".jpg");
+bool writeEdited(const PhotoLibrary& library, std::int64_t id, const Image& developed) {
+  return Thumbnails::write(toBitmap(developed, ColorSpace::sRGB, 8), library.thumbnailURL(id, true),
+                           Thumbnails::storedQuality);
 }
 
-fs::path editedFile(const PhotoLibrary& library, std::int64_t id) {
-  return library.thumbFolder() / (std::to_string(id) + "-e.jpg");
-}
-
-namespace {
-
-QImage readFile(const fs::path& file) {
-  std::error_code error;
-  if (!fs::is_regular_file(file, error)) return {};
-  try {
-    return toQImageFromWorking(ImageDecoder::decode(file, std::nullopt).image);
-  } catch (const std::exception&) {
+QImage toQImage(const Bitmap& bitmap) {
+  if (bitmap.bits != 8 || bitmap.channels != 3 || bitmap.width < 1 || bitmap.height < 1 ||
+      bitmap.bytes.size() != std::size_t(bitmap.width) * bitmap.height * 3) {
     return {};
   }
-}
-
-// The plain thumbnail from the photo itself, stored for the next time.
-QImage make(const PhotoLibrary& library, const PhotoRecord& record) {
-  try {
-    Image picture;
-    if (record.isRaw) picture = EmbeddedPreviews::largest(record.path, PhotoLibrary::thumbSide);
-    if (picture.empty()) picture = ImageDecoder::decode(record.path, PhotoLibrary::thumbSide).image;
-    if (picture.empty()) return {};
-    const Image out = outputImage(picture, ColorSpace::sRGB, 8).materialize();
-    try {
-      ImageEncoder::write(out, plainFile(library, record.id), {.format = ImageFormat::jpeg, .quality = 0.8});
-    } catch (const MediaError&) {
-      // Another thread made it first, or the folder cannot be written: the
-      // picture is still good to show.
-    }
-    return toQImage(out);
-  } catch (const std::exception&) {
-    return {};
+  QImage image(bitmap.width, bitmap.height, QImage::Format_RGB888);
+  const std::size_t rowBytes = std::size_t(bitmap.width) * 3;
+  for (int y = 0; y < bitmap.height; ++y) {
+    std::memcpy(image.scanLine(y), bitmap.bytes.data() + rowBytes * std::size_t(y), rowBytes);
   }
-}
-
-}  // namespace
-
-QImage load(const PhotoLibrary& library, const PhotoRecord& record) {
-  if (record.edited) {
-    QImage edited = readFile(editedFile(library, record.id));
-    if (!edited.isNull()) return edited;
-  }
-  QImage plain = readFile(plainFile(library, record.id));
-  return plain.isNull() ? make(library, record) : plain;
-}
-
-void writeEdited(const PhotoLibrary& library, std::int64_t id, const Image& developed) {
-  const Image out = outputImage(developed, ColorSpace::sRGB, 8);
-  ImageEncoder::write(out, editedFile(library, id),
-                      {.format = ImageFormat::jpeg, .quality = 0.82, .replaceExisting = true});
+  image.setColorSpace(QColorSpace::SRgb);
+  return image;
 }
 
 QImage toQImage(const Image& picture8) {

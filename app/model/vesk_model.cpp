@@ -209,6 +209,11 @@ void JobPool::run(std::function<void()> job) {
       jobs_.pop_front();
     }
     job();
+    job = nullptr;
+    // Taken once more after the job, so that `waitForDone` takes it after
+    // every job ended.
+    std::lock_guard lock(lock_);
+    ++finished_;
   });
 }
 
@@ -218,7 +223,10 @@ void JobPool::clearPending() {
   jobs_.clear();
 }
 
-void JobPool::waitForDone() { pool_.waitForDone(); }
+void JobPool::waitForDone() {
+  pool_.waitForDone();
+  std::lock_guard lock(lock_);
+}
 
 void VeskModel::toMain(std::function<void()> work) {
   {
@@ -489,7 +497,7 @@ QImage VeskModel::cachedThumbnail(const PhotoRecord& record) const {
 QImage VeskModel::thumbnail(const PhotoRecord& record) {
   QImage image = cachedThumbnail(record);
   if (!image.isNull()) return image;
-  image = ThumbnailStore::load(*library_, record);
+  if (std::optional<Bitmap> stored = library_->thumbnail(record)) image = ThumbnailStore::toQImage(*stored);
   if (!image.isNull()) {
     std::lock_guard lock(impl_->cacheLock);
     impl_->thumbCache.insert(thumbKey(record), new QImage(image), 1);

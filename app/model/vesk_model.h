@@ -286,6 +286,8 @@ class VeskModel : public QObject {
   /// Generation of develop loads; moves on with every change of the current
   /// photo and every entry into Develop.
   std::uint64_t loadToken() const { return loadToken_; }
+  /// A render runs or another is asked for.
+  bool renderBusy() const { return rendering_ || pendingRender_; }
   /// Renders started since the model was made (for tests and the status bar).
   int rendersStarted() const { return rendersStarted_; }
   /// Edited thumbnails written since the model was made.

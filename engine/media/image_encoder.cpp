@@ -8,14 +8,14 @@
 #include "engine/media/heif_encoder.h"
 #include "engine/media/pixel_rows.h"
 #include "engine/media/safe_file.h"
+#include "engine/media/tiff_writer.h"
 #include "engine/media/vips_glue.h"
 
 namespace lumivale {
 namespace {
 
-// The picture with its ICC profile as its only metadata: the chain behind
-// it may have carried a source's EXIF (and its orientation) along.
-vips::VImage withProfileOnly(const vips::VImage& picture) {
+// The ICC profile attached to a picture; empty when it has none.
+std::vector<std::uint8_t> profileOf(const vips::VImage& picture) {
   std::vector<std::uint8_t> profile;
   const void* data = nullptr;
   std::size_t length = 0;
@@ -24,6 +24,13 @@ vips::VImage withProfileOnly(const vips::VImage& picture) {
     profile.assign(static_cast<const std::uint8_t*>(data), static_cast<const std::uint8_t*>(data) + length);
   }
   vips_error_clear();
+  return profile;
+}
+
+// The picture with its ICC profile as its only metadata: the chain behind
+// it may have carried a source's EXIF (and its orientation) along.
+vips::VImage withProfileOnly(const vips::VImage& picture) {
+  const std::vector<std::uint8_t> profile = profileOf(picture);
   vips::VImage clean = picture.copy();
   media_detail::clearMetadata(clean.get_image());
   if (!profile.empty())
@@ -55,12 +62,6 @@ void save(const vips::VImage& picture, const EncodeOptions& options, vips::VTarg
       picture.pngsave_target(target, vips::VImage::option()->set("compression", 2));
       return;
     case ImageFormat::tiff:
-      // Uncompressed, as photo tools write TIFF by default: every reader
-      // takes it, and deflate would make a 16-bit export several seconds
-      // slower for a third of the size.
-      picture.tiffsave_target(target,
-                              vips::VImage::option()->set("compression", VIPS_FOREIGN_TIFF_COMPRESSION_NONE));
-      return;
     case ImageFormat::heif:
       break;
   }
@@ -83,14 +84,9 @@ vips::VImage prepared(const Image& picture) {
 // cameras write it; a grey picture as RGB, which every HEIF reader takes.
 std::string heifFile(const vips::VImage& clean, const EncodeOptions& options) {
   vips::VImage rgb = to8Bit(clean);
-  if (rgb.bands() == 1) rgb = rgb.bandjoin({rgb, rgb});
-  std::string icc;
-  const void* data = nullptr;
-  std::size_t length = 0;
-  if (vips_image_get_typeof(clean.get_image(), VIPS_META_ICC_NAME) &&
-      vips_image_get_blob(clean.get_image(), VIPS_META_ICC_NAME, &data, &length) == 0) {
-    icc.assign(static_cast<const char*>(data), length);
-  }
+  if (rgb.bands() == 1) rgb = vips::VImage::bandjoin({rgb, rgb, rgb});
+  const std::vector<std::uint8_t> profile = profileOf(clean);
+  const std::string icc(profile.begin(), profile.end());
   std::size_t size = 0;
   std::unique_ptr<void, decltype(&g_free)> pixels(rgb.write_to_memory(&size), g_free);
   return HeifEncoder::encode(static_cast<const std::uint8_t*>(pixels.get()), rgb.width(), rgb.height(), icc,
@@ -99,6 +95,7 @@ std::string heifFile(const vips::VImage& clean, const EncodeOptions& options) {
 
 std::string inMemory(const vips::VImage& clean, const EncodeOptions& options) {
   if (options.format == ImageFormat::heif) return heifFile(clean, options);
+  if (options.format == ImageFormat::tiff) return media_detail::deflateTiff(clean, profileOf(clean));
   vips::VTarget target = vips::VTarget::new_to_memory();
   save(clean, options, target);
   VipsBlob* blob = nullptr;
@@ -126,8 +123,10 @@ std::string encode(const Image& picture, const EncodeOptions& options) {
 }
 
 void write(const Image& picture, const std::filesystem::path& file, const EncodeOptions& options) {
-  if (options.format == ImageFormat::heif) {
-    if (!canWrite(ImageFormat::heif)) throw ImageError("this computer has no HEIF encoder");
+  // HEIF is coded in memory; TIFF strips are collected there to be
+  // compressed in parallel.
+  if (options.format == ImageFormat::heif || options.format == ImageFormat::tiff) {
+    if (!canWrite(options.format)) throw ImageError("this computer has no HEIF encoder");
     writeFileSafely(file, encode(picture, options), options.replaceExisting);
     return;
   }

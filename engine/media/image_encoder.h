@@ -4,7 +4,8 @@
 // embedded and nothing else of its metadata.
 //
 // The picture streams from its chain into the encoder strip by strip (a
-// HEIF file is made in memory, as its coder needs the whole picture), and
+// HEIF file is made in memory, as its coder needs the whole picture; TIFF
+// strips are deflated in parallel and gathered there too), and
 // the encoder writes through `writeFileSafely`: a temporary file beside the
 // target, renamed into place when complete, never over an existing file
 // unless asked to. Thread-safe.
@@ -29,7 +30,8 @@ namespace ImageEncoder {
 /// Writes `picture` (an output picture as `outputImage` makes it: 1 or 3
 /// bands of 8- or 16-bit samples, usually with an ICC profile) to a new
 /// `file`. JPEG and HEIF keep 8 bits (16-bit samples are rounded to 8); PNG
-/// and TIFF keep 16. TIFF is written uncompressed. Throws ImageError for a
+/// and TIFF keep 16. TIFF is deflate-compressed with horizontal
+/// differencing, in strips. Throws ImageError for a
 /// picture of another form or a format that cannot be written here (see
 /// `canWrite`), and FileExistsError or MediaError "cannot write "<file>":
 /// <reason>" as `writeFileSafely` does, also when computing the picture

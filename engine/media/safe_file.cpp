@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <random>
 #include <system_error>
+#include <utility>
 
 namespace lumivale {
 namespace {
@@ -50,46 +51,6 @@ int moveIntoPlace(const fs::path& temporary, const fs::path& file, bool replace)
   return errno;
 }
 
-// Writes a temporary file beside `file` with what `fill` writes, flushes it
-// and hands it to `place`, which moves it to its name and returns 0 or errno
-// (EEXIST only when every name it tried was taken). The temporary file never
-// outlives the call.
-template <class Place>
-void writeThenPlace(const fs::path& file, const FileFiller& fill, Place place) {
-  const auto failed = [&](const std::string& reason) {
-    return MediaError("cannot write " + quotedPath(file) + ": " + reason);
-  };
-  fs::path temporary;
-  const int fd = createTemporary(file, temporary);
-  if (fd < 0) throw failed(systemMessage(errno));
-
-  // From here on the temporary file goes away unless it was renamed.
-  std::string failure;
-  try {
-    fill(fd);
-  } catch (const MediaError& e) {
-    failure = e.what();
-  } catch (const std::bad_alloc&) {
-    failure = "out of memory";
-  } catch (const std::exception& e) {
-    failure = e.what();
-  }
-  if (failure.empty() && ::fsync(fd) != 0 && errno != EINVAL) failure = systemMessage(errno);
-  if (::close(fd) != 0 && failure.empty()) failure = systemMessage(errno);
-  if (failure.empty()) {
-    const int error = place(temporary);
-    if (error == EEXIST) {
-      ::unlink(temporary.c_str());
-      throw FileExistsError(file);
-    }
-    if (error != 0) failure = systemMessage(error);
-  }
-  if (!failure.empty()) {
-    ::unlink(temporary.c_str());
-    throw failed(failure);
-  }
-}
-
 void checkFileName(const fs::path& file) {
   if (file.filename().empty() || file.filename() == "." || file.filename() == "..")
     throw MediaError("cannot write " + quotedPath(file) + ": not a file name");
@@ -118,35 +79,88 @@ void writeAll(int fd, const void* bytes, std::size_t length) {
   }
 }
 
+PendingFile::PendingFile(const fs::path& file, const FileFiller& fill) {
+  const auto failed = [&](const std::string& reason) {
+    return MediaError("cannot write " + quotedPath(file) + ": " + reason);
+  };
+  fs::path temporary;
+  const int fd = createTemporary(file, temporary);
+  if (fd < 0) throw failed(systemMessage(errno));
+
+  // From here on the temporary file goes away unless it is handed on.
+  std::string failure;
+  try {
+    fill(fd);
+  } catch (const MediaError& e) {
+    failure = e.what();
+  } catch (const std::bad_alloc&) {
+    failure = "out of memory";
+  } catch (const std::exception& e) {
+    failure = e.what();
+  }
+  if (failure.empty() && ::fsync(fd) != 0 && errno != EINVAL) failure = systemMessage(errno);
+  if (::close(fd) != 0 && failure.empty()) failure = systemMessage(errno);
+  if (!failure.empty()) {
+    ::unlink(temporary.c_str());
+    throw failed(failure);
+  }
+  temporary_ = std::move(temporary);
+}
+
+PendingFile::PendingFile(PendingFile&& other) noexcept : temporary_(std::exchange(other.temporary_, {})) {}
+
+PendingFile& PendingFile::operator=(PendingFile&& other) noexcept {
+  if (this != &other) {
+    discard();
+    temporary_ = std::exchange(other.temporary_, {});
+  }
+  return *this;
+}
+
+PendingFile::~PendingFile() { discard(); }
+
+void PendingFile::discard() noexcept {
+  if (!temporary_.empty()) ::unlink(temporary_.c_str());
+  temporary_.clear();
+}
+
+void PendingFile::place(const fs::path& file, bool replaceExisting) {
+  if (temporary_.empty()) throw MediaError("cannot write " + quotedPath(file) + ": nothing is pending");
+  const int error = moveIntoPlace(temporary_, file, replaceExisting);
+  if (error == EEXIST) throw FileExistsError(file);
+  if (error != 0) throw MediaError("cannot write " + quotedPath(file) + ": " + systemMessage(error));
+  temporary_.clear();
+}
+
+fs::path PendingFile::placeUnderFreeName(const NameCandidate& candidate, int maxAttempts) {
+  const fs::path first = candidate(1);
+  if (temporary_.empty()) throw MediaError("cannot write " + quotedPath(first) + ": nothing is pending");
+  for (int n = 1; n <= maxAttempts; ++n) {
+    const fs::path chosen = n == 1 ? first : candidate(n);
+    const int error = moveIntoPlace(temporary_, chosen, false);
+    if (error == 0) {
+      temporary_.clear();
+      return chosen;
+    }
+    if (error != EEXIST) throw MediaError("cannot write " + quotedPath(first) + ": " + systemMessage(error));
+  }
+  throw MediaError("cannot write " + quotedPath(first) + ": " + std::to_string(maxAttempts) +
+                   " names in a row are taken");
+}
+
 void writeFileSafely(const fs::path& file, const FileFiller& fill, bool replaceExisting) {
   checkFileName(file);
   struct stat existing;
   if (::stat(file.c_str(), &existing) == 0 && S_ISDIR(existing.st_mode))
     throw MediaError("cannot write " + quotedPath(file) + ": it is a folder");
   if (!replaceExisting && nameTaken(file)) throw FileExistsError(file);
-  writeThenPlace(file, fill, [&](const fs::path& temporary) {
-    return moveIntoPlace(temporary, file, replaceExisting);
-  });
+  PendingFile(file, fill).place(file, replaceExisting);
 }
 
 fs::path writeFileUnderFreeName(const NameCandidate& candidate, const FileFiller& fill, int maxAttempts) {
   const fs::path first = candidate(1);
   checkFileName(first);
-  fs::path chosen;
-  try {
-    writeThenPlace(first, fill, [&](const fs::path& temporary) {
-      for (int n = 1; n <= maxAttempts; ++n) {
-        chosen = n == 1 ? first : candidate(n);
-        const int error = moveIntoPlace(temporary, chosen, false);
-        if (error != EEXIST) return error;
-      }
-      return EEXIST;
-    });
-  } catch (const FileExistsError&) {
-    throw MediaError("cannot write " + quotedPath(first) + ": " + std::to_string(maxAttempts) +
-                     " names in a row are taken");
-  }
-  return chosen;
+  return PendingFile(first, fill).placeUnderFreeName(candidate, maxAttempts);
 }
 
 void writeFileSafely(const fs::path& file, std::string_view bytes, bool replaceExisting) {

@@ -62,6 +62,39 @@ using NameCandidate = std::function<std::filesystem::path(int n)>;
 std::filesystem::path writeFileUnderFreeName(const NameCandidate& candidate, const FileFiller& fill,
                                              int maxAttempts = 100000);
 
+/// A file written completely under a hidden temporary name in its folder,
+/// waiting for the name it is to have. It is removed when destroyed unless
+/// it was given a name. Move-only; one thread at a time.
+class PendingFile {
+ public:
+  /// Writes what `fill` writes to a new hidden file beside `file` (the name
+  /// it will most likely take) and flushes it to the disk. Throws MediaError
+  /// "cannot write "<file>": <reason>" for a missing folder, no permission, a
+  /// full disk or a failed `fill`; nothing is left behind then.
+  PendingFile(const std::filesystem::path& file, const FileFiller& fill);
+  PendingFile(PendingFile&& other) noexcept;
+  PendingFile& operator=(PendingFile&& other) noexcept;
+  PendingFile(const PendingFile&) = delete;
+  PendingFile& operator=(const PendingFile&) = delete;
+  ~PendingFile();
+
+  /// Gives the file the name `file`, never over an existing one unless
+  /// `replaceExisting`; throws FileExistsError or MediaError as
+  /// `writeFileSafely` does, and then keeps the file pending.
+  void place(const std::filesystem::path& file, bool replaceExisting = false);
+
+  /// Gives the file the first name `candidate(n)` that is free at the moment
+  /// it takes it (one refused rename per taken name) and returns it. Throws
+  /// MediaError naming the first candidate when `maxAttempts` names in a row
+  /// are taken or the rename fails otherwise.
+  std::filesystem::path placeUnderFreeName(const NameCandidate& candidate, int maxAttempts = 100000);
+
+ private:
+  void discard() noexcept;
+
+  std::filesystem::path temporary_;  ///< empty once placed or discarded
+};
+
 /// Writes all of `bytes` to `fd`, retrying short writes; throws MediaError
 /// with the system's reason when the write fails.
 void writeAll(int fd, const void* bytes, std::size_t length);

@@ -21,7 +21,7 @@ namespace lumivale::test {
 
 /// Waits up to `ms` milliseconds for `done`, running the event loop.
 template <class F>
-bool waitFor(F done, int ms = 20000) {
+bool waitFor(F done, int ms = 300000) {
   return QTest::qWaitFor(done, ms);
 }
 
@@ -70,12 +70,11 @@ class ModelTest : public ::testing::Test {
     return result.value_or(ImportResult());
   }
 
-  /// Waits until no render runs or is pending, and for any last result.
+  /// Waits until the photo is loaded and no render runs or is pending,
+  /// then lets the last results in.
   void settle() {
-    QSignalSpy finished(model.get(), &app::VeskModel::renderFinished);
-    waitFor([&] { return !model->loadingOriginal(); });
-    while (finished.wait(1500)) {
-    }
+    EXPECT_TRUE(waitFor([&] { return !model->loadingOriginal() && !model->renderBusy(); }, 600000));
+    QTest::qWait(50);
   }
 
   std::int64_t idNamed(const std::string& name) const {

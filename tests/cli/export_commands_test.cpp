@@ -2,8 +2,10 @@
 
 #include "cli/export_settings.h"
 #include "engine/catalog/user_defaults.h"
+#include "engine/media/image_decoder.h"
 #include "tests/support/cli_run.h"
 #include "tests/support/environment.h"
+#include "tests/support/sample_photos.h"
 
 using namespace lumivale;
 using test::Args;
@@ -96,6 +98,83 @@ TEST(ExportSetting, TakesEachKindOfField) {
                                     .watermarkText = "a=b",
                                     .watermarkOpacity = 0,
                                     .metadata = MetadataPolicy::copyrightOnly}));
+}
+
+}  // namespace
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Photos in the catalog, the stored options in a folder of their own, and a
+// destination folder.
+class ExportCommandTest : public test::CliLibraryTest {
+ protected:
+  test::TempDir config;
+  test::Environment environment{"LUMIVALE_CONFIG", config.path().c_str()};
+  fs::path out = dir / "out";
+
+  void SetUp() override {
+    fs::create_directory(out);
+    for (const char* name : {"IMG_1.jpg", "IMG_2.png"}) {
+      test::writePhoto(dir / "photos" / name, 60, 40, {.make = "Lumivale"});
+      addPhoto((dir / "photos" / name).string());
+    }
+  }
+  std::string to() const { return out.string(); }
+  ExportOptions stored() const { return ExportOptions::load(UserDefaults(config.path())); }
+};
+
+TEST_F(ExportCommandTest, StartsFromTheStoredOptionsAndSavesOnlyWhenAsked) {
+  ASSERT_EQ(test::runCli({"export-options", "set", "format=png", "naming=custom", "customName=Trip"}).status,
+            0);
+  const ExportOptions before = stored();
+  const test::CliResult r = ok({"export", "1,2", "--to", to(), "--size-mode", "width", "--size", "30"});
+  EXPECT_EQ(r.out, (out / "Trip-001.png").string() + "\n" + (out / "Trip-002.png").string() + "\n");
+  EXPECT_EQ(ImageDecoder::readHeader(out / "Trip-002.png").width, 30);
+  EXPECT_EQ(stored(), before);
+
+  const nlohmann::json json = ok({"--json", "export", "2", "--to", to(), "--format", "tiff", "--16bit",
+                                  "--color-space", "adobeRGB", "--save"})
+                                  .json();
+  EXPECT_EQ(json["written"], nlohmann::json::array({(out / "Trip-001.tif").string()}));
+  EXPECT_TRUE(json["failed"].empty());
+  ExportOptions expected = before;
+  expected.format = ExportFormat::tiff;
+  expected.tiff16Bit = true;
+  expected.colorSpace = ExportColorSpace::adobeRGB;
+  expected.folderPath = to();
+  EXPECT_EQ(stored(), expected);
+}
+
+TEST_F(ExportCommandTest, AFailedPhotoIsReportedAndTheOthersAreWritten) {
+  test::writeFile(dir / "photos" / "IMG_1.jpg", "no longer a photo");
+  const test::CliResult r = run({"export", "1-2", "--to", to()});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, (out / "IMG_2.jpg").string() + "\n");
+  EXPECT_EQ(r.err, "error: Could not open IMG_1.jpg\n");
+  const nlohmann::json json = test::runCliOn(folder, {"--json", "export", "1-2", "--to", to()}).json();
+  EXPECT_EQ(json["failed"], nlohmann::json::parse(R"([{"id": 1, "error": "Could not open IMG_1.jpg"}])"));
+  EXPECT_EQ(json["written"].size(), 1u);
+}
+
+TEST_F(ExportCommandTest, RefusesWhatItCannotDoBeforeWritingAnything) {
+  expectRefused(2, {{"export", "1"},
+                    {"export", "--to", to()},
+                    {"export", "x", "--to", to()},
+                    {"export", "1", "--to", to(), "--format", "webp"},
+                    {"export", "1", "--to", to(), "--quality", "2"},
+                    {"export", "1", "--to", to(), "--16bit"},
+                    {"export", "1", "--to", to(), "--size", "100"},
+                    {"export", "1", "--to", to(), "--size-mode", "longEdge", "--size", "-1"},
+                    {"export", "1", "--to", to(), "--watermark-position", "middle"},
+                    {"export", "1", "--to", to(), "--naming", "numbered"},
+                    {"export", "1", "--to", to(), "--sharpen", "extra"}});
+  expectRefused(1, {{"export", "1", "--to", (dir / "missing").string()},
+                    {"export", "1", "--to", (dir / "photos" / "IMG_1.jpg").string()},
+                    {"export", "1,7", "--to", to()}});
+  EXPECT_TRUE(fs::is_empty(out));
+  EXPECT_EQ(stored(), ExportOptions());
 }
 
 }  // namespace

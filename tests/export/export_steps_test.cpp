@@ -79,44 +79,4 @@ TEST_F(ExportMetadataPolicyTest, AllCarriesWhatThePhotosFileHoldsIfItCanBeRead) 
   EXPECT_EQ(unreadable, (OutputMetadata{{}, "KUVO Lumivale (KUVO)", "© Ann", {}}));
 }
 
-// The end of an export: the output picture encoded, its metadata added in
-// memory, the file written under a free name, and all of it read back.
-class ExportFileTest : public ExportMetadataPolicyTest, public ::testing::WithParamInterface<ExportFormat> {};
-
-TEST_P(ExportFileTest, WritesEachFormatWithItsMetadataUnderAFreeName) {
-  const ExportFormat format = GetParam();
-  const ExportOptions options{
-      .format = format, .tiff16Bit = true, .colorSpace = ExportColorSpace::displayP3, .copyright = "© Ann"};
-  const Image picture = outputImage(Image::constant(48, 32, {0.2, 0.4, 0.6}), space(options.colorSpace),
-                                    Exporter::outputBits(options));
-  const std::string encoded = ImageEncoder::encode(picture, {.format = imageFormat(format), .quality = 0.8});
-  const std::string bytes = withOutputMetadata(encoded, Exporter::metadata(record, options, keywords));
-  // Into the photo's own folder: the photo itself (IMG_1.jpg) is passed
-  // over like any other file.
-  Exporter::writeFile(dir.path(), "IMG_1", ext(format), bytes);
-  const auto written = Exporter::writeFile(dir.path(), "IMG_1", ext(format), bytes);
-  EXPECT_EQ(written, dir / ("IMG_1 " + std::string(format == ExportFormat::jpeg ? "3." : "2.") +
-                            std::string(ext(format))));
-
-  const auto properties = readImageProperties(written);
-  ASSERT_TRUE(properties);
-  EXPECT_EQ(properties->make, "Lumivale");
-  EXPECT_EQ(properties->software, "KUVO Lumivale (KUVO)");
-  EXPECT_EQ(properties->copyright, "© Ann");
-  EXPECT_TRUE(properties->latitude);
-  EXPECT_EQ(properties->profileName, "Display P3");
-  EXPECT_EQ(properties->depth, format == ExportFormat::tiff ? 16 : 8);
-  if (format != ExportFormat::heic) {
-    EXPECT_EQ(properties->keywords, keywords);
-  }
-  const DecodedImage decoded = ImageDecoder::decode(written, std::nullopt);
-  EXPECT_EQ(decoded.image.width(), 48);
-  EXPECT_NEAR(decoded.image.readPixels(24, 16, 1, 1).at(0, 0, 1), 0.4, 0.02);
-}
-
-INSTANTIATE_TEST_SUITE_P(Formats, ExportFileTest,
-                         ::testing::ValuesIn(allCases<ExportFormat>().begin(),
-                                             allCases<ExportFormat>().end()),
-                         [](const auto& info) { return std::string(key(info.param)); });
-
 }  // namespace

@@ -2,6 +2,9 @@
 
 #include <ostream>
 
+#include "diagnostics/benchmark.h"
+#include "diagnostics/self_test.h"
+#include "diagnostics/snapshots.h"
 #include "engine/catalog/library_location.h"
 #include "engine/catalog/photo_library.h"
 
@@ -9,18 +12,26 @@ namespace lumivale::app {
 
 std::optional<StartupOptions> parseStartup(const std::vector<std::string>& args, std::ostream& err) {
   StartupOptions options;
+  // The diagnostics switches rank in this order when several are given:
+  // the self-test first, then the benchmark, then the snapshots; any of
+  // them before help (the cases are declared in that order).
+  auto choose = [&](StartupOptions::Mode mode) {
+    if (options.mode == StartupOptions::Mode::normal || mode < options.mode) options.mode = mode;
+  };
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
     if (a == "--selftest") {
-      options.mode = StartupOptions::Mode::selftest;
+      choose(StartupOptions::Mode::selftest);
     } else if (a == "--benchmark") {
-      options.mode = StartupOptions::Mode::benchmark;
+      choose(StartupOptions::Mode::benchmark);
+    } else if (a == "--json") {
+      options.json = true;
     } else if (a == "--snapshots") {
-      if (i + 1 >= args.size()) {
+      if (i + 1 >= args.size() || args[i + 1].empty()) {
         err << "lumivale: --snapshots needs a folder to write into\n";
         return std::nullopt;
       }
-      options.mode = StartupOptions::Mode::snapshots;
+      choose(StartupOptions::Mode::snapshots);
       options.snapshotsPath = args[++i];
     } else if (a == "--library") {
       if (i + 1 >= args.size()) {
@@ -31,7 +42,7 @@ std::optional<StartupOptions> parseStartup(const std::vector<std::string>& args,
     } else if (a.rfind("--library=", 0) == 0) {
       options.library = a.substr(10);
     } else if (a == "--help" || a == "-h") {
-      options.mode = StartupOptions::Mode::help;
+      if (options.mode == StartupOptions::Mode::normal) options.mode = StartupOptions::Mode::help;
     }
   }
   return options;
@@ -47,21 +58,18 @@ OpenedLibrary openLibrary(const std::filesystem::path& folder) {
 std::optional<int> startUp(const StartupOptions& options, std::ostream& out, std::ostream& err) {
   switch (options.mode) {
     case StartupOptions::Mode::help:
-      out << "usage: lumivale [--library DIR] [--selftest | --benchmark | --snapshots PATH]\n"
+      out << "usage: lumivale [--library DIR] [--selftest | --benchmark [--json] | --snapshots PATH]\n"
              "  --library DIR     use the library in DIR (also LUMIVALE_LIBRARY)\n"
              "  --selftest        run the built-in self-test and exit\n"
-             "  --benchmark       run the built-in benchmark and exit\n"
+             "  --benchmark       run the built-in benchmark and exit (--json: as JSON)\n"
              "  --snapshots PATH  render the snapshot images into PATH and exit\n";
       return 0;
     case StartupOptions::Mode::selftest:
-      err << "lumivale: the self-test is not available in this build\n";
-      return 2;
+      return diagnostics::runSelfTest(out);
     case StartupOptions::Mode::benchmark:
-      err << "lumivale: the benchmark is not available in this build\n";
-      return 2;
+      return diagnostics::runBenchmark(options.json, out, err);
     case StartupOptions::Mode::snapshots:
-      err << "lumivale: snapshot rendering is not available in this build\n";
-      return 2;
+      return diagnostics::writeSnapshots(options.snapshotsPath, out, err);
     case StartupOptions::Mode::normal:
       break;
   }

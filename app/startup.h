@@ -18,6 +18,7 @@ struct StartupOptions {
   enum class Mode { normal, selftest, benchmark, snapshots, help };
   Mode mode = Mode::normal;
   std::string snapshotsPath;  ///< for Mode::snapshots
+  bool json = false;          ///< --json: the benchmark's figures for machines
   std::optional<std::string> library;  ///< --library DIR
 };
 

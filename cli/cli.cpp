@@ -192,6 +192,7 @@ const std::vector<Command>& commands() {
     addRenderCommands(t);
     addBackupCommands(t);
     addPreviewCommands(t);
+    addThumbnailCommands(t);
     addExportCommands(t);
     return t;
   }();

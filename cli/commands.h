@@ -17,5 +17,6 @@ void addEditCommands(std::vector<Command>& table);
 void addBackupCommands(std::vector<Command>& table);
 void addPreviewCommands(std::vector<Command>& table);
 void addExportCommands(std::vector<Command>& table);
+void addThumbnailCommands(std::vector<Command>& table);
 
 }  // namespace lumivale::cli

@@ -30,6 +30,7 @@
 #include "engine/edit/edit_settings.h"
 #include "engine/edit/presets.h"
 #include "engine/edit/settings_group.h"
+#include "engine/media/bitmap.h"
 
 namespace lumivale {
 
@@ -51,6 +52,18 @@ struct ImportResult {
 
 /// Told (files handled so far, files to handle) while an import inserts.
 using ImportProgress = std::function<void(int handled, int total)>;
+
+/// What one run of `makeThumbnails` did.
+struct ThumbnailBatch {
+  int made = 0;     ///< thumbnails made and saved
+  int present = 0;  ///< photos whose thumbnail was there and readable
+  int failed = 0;   ///< photos whose file is missing or cannot be decoded
+  int unsaved = 0;  ///< thumbnails made that could not be written
+  bool operator==(const ThumbnailBatch&) const = default;
+};
+
+/// Told (photos handled so far, photos to handle) while thumbnails are made.
+using ThumbnailProgress = std::function<void(int handled, int total)>;
 
 /// A user collection and the number of photos in it.
 struct Collection {
@@ -199,6 +212,30 @@ class PhotoLibrary {
                             const std::vector<std::optional<PhotoMeta>>& metas,
                             const ImportProgress& progress = {},
                             const std::optional<std::filesystem::path>& folder = std::nullopt);
+
+  // Thumbnails
+  //
+  // Thumbnail files live in the "Thumbnails" folder; reading and making
+  // them issues no SQL and takes no lock, so any thread may call these.
+
+  /// "Thumbnails/<id>.jpg", the photo's thumbnail as shot, or with `edited`
+  /// "Thumbnails/<id>-e.jpg", the one showing its develop settings.
+  std::filesystem::path thumbnailURL(std::int64_t id, bool edited) const;
+
+  /// The photo's grid thumbnail as 8-bit sRGB pixels: its edited thumbnail
+  /// when the record is edited and that file loads, else its plain one, else
+  /// one made from the photo's file at `thumbSide` and saved as the plain
+  /// one. A thumbnail file that does not decode counts as missing. Nothing
+  /// when the photo's file is missing or cannot be decoded (and nothing is
+  /// written then). Never throws.
+  std::optional<Bitmap> thumbnail(const PhotoRecord& record) const;
+
+  /// Makes the plain thumbnails of `photos` that are missing or do not
+  /// decode (all of them with `force`), several at once on every core.
+  /// `progress` is called from the working threads, one call at a time.
+  /// Never throws.
+  ThumbnailBatch makeThumbnails(const std::vector<PhotoRecord>& photos, bool force,
+                                const ThumbnailProgress& progress = {}) const;
 
   // Organising
   //

@@ -209,4 +209,31 @@ Bitmap toBitmap(const Image& working, ColorSpace space, int bits) {
   });
 }
 
+Image pictureOf(const Bitmap& bitmap) {
+  initImageLibraries();
+  const std::size_t sampleBytes = bitmap.bits == 16 ? 2 : 1;
+  if ((bitmap.bits != 8 && bitmap.bits != 16) || (bitmap.channels != 1 && bitmap.channels != 3) ||
+      bitmap.width < 1 || bitmap.height < 1 ||
+      bitmap.bytes.size() != std::size_t(bitmap.width) * bitmap.height * bitmap.channels * sampleBytes) {
+    throw ImageError("the bitmap's samples do not match its size");
+  }
+  return withVips("cannot read the bitmap", [&] {
+    const bool wide = bitmap.bits == 16;
+    // Copied at once: the bitmap may go before the picture does.
+    vips::VImage out = vips::VImage::new_from_memory(
+                           const_cast<std::uint8_t*>(bitmap.bytes.data()), bitmap.bytes.size(), bitmap.width,
+                           bitmap.height, bitmap.channels, wide ? VIPS_FORMAT_USHORT : VIPS_FORMAT_UCHAR)
+                           .copy_memory();
+    const VipsInterpretation interpretation =
+        bitmap.channels == 1 ? (wide ? VIPS_INTERPRETATION_GREY16 : VIPS_INTERPRETATION_B_W)
+                             : (wide ? VIPS_INTERPRETATION_RGB16 : VIPS_INTERPRETATION_sRGB);
+    out = out.copy(vips::VImage::option()->set("interpretation", interpretation));
+    if (!bitmap.iccProfile.empty()) {
+      vips_image_set_blob_copy(out.get_image(), VIPS_META_ICC_NAME, bitmap.iccProfile.data(),
+                               bitmap.iccProfile.size());
+    }
+    return fromVips(out);
+  });
+}
+
 }  // namespace lumivale

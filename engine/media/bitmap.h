@@ -42,4 +42,9 @@ Image outputImage(const Image& working, ColorSpace space, int bits);
 /// The same, computed into memory. Throws ImageError.
 Bitmap toBitmap(const Image& working, ColorSpace space, int bits);
 
+/// An output picture backed by a copy of `bitmap`'s samples, with its
+/// profile: what the encoders take. Throws ImageError when the samples do
+/// not fill its size or its form is not one `toBitmap` makes.
+Image pictureOf(const Bitmap& bitmap);
+
 }  // namespace lumivale

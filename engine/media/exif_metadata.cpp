@@ -375,6 +375,26 @@ bool readImageBlocks(std::string_view exif, std::string_view photoshop, ImagePro
   return hasExif;
 }
 
+std::string thumbnailJpeg(std::string_view exif) {
+  if (exif.empty()) return {};
+  initMediaLibraries();
+  try {
+    const std::string block = withoutMakerNote(exif);
+    Exiv2::ExifData data;
+    if (Exiv2::ExifParser::decode(data, reinterpret_cast<const Exiv2::byte*>(block.data()),
+                                  std::uint32_t(block.size())) == Exiv2::invalidByteOrder) {
+      return {};
+    }
+    const Exiv2::ExifThumbC thumbnail(data);
+    if (std::string(thumbnail.mimeType()) != "image/jpeg") return {};
+    const Exiv2::DataBuf bytes = thumbnail.copy();
+    if (bytes.size_ <= 0) return {};
+    return std::string(reinterpret_cast<const char*>(bytes.pData_), std::size_t(bytes.size_));
+  } catch (const std::exception&) {
+    return {};
+  }
+}
+
 CarriedMetadata readCarried(PhotoFile& file) {
   // IFD0's entries that describe the photo rather than how the file stores
   // its pixels (those belong to the new file's encoder).

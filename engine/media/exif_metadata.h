@@ -31,6 +31,11 @@ FileFacts readImageFile(PhotoFile& file, ImageProperties& properties);
 /// Damaged blocks leave their facts unknown. Returns whether EXIF was read.
 bool readImageBlocks(std::string_view exif, std::string_view photoshop, ImageProperties& properties);
 
+/// The JPEG thumbnail an EXIF block (a TIFF structure) keeps in its second
+/// directory, as its bytes; empty when it holds none, one of another kind,
+/// or the block is damaged.
+std::string thumbnailJpeg(std::string_view exif);
+
 /// A RAW container's own directory as exiv2 reads it.
 struct RawDirectory {
   std::string make;  ///< as written, from the first directory that has it

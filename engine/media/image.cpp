@@ -117,4 +117,13 @@ FloatPixels Image::readPixels(int left, int top, int w, int h) const {
   });
 }
 
+Image shrunkToFit(const Image& image, int maxSide) {
+  return withVips("cannot scale the image", [&] {
+    vips::VImage in = vipsImage(image);
+    const int longSide = std::max(in.width(), in.height());
+    if (longSide <= std::max(maxSide, 1)) return image;
+    return fromVips(in.resize(double(std::max(maxSide, 1)) / longSide));
+  });
+}
+
 }  // namespace lumivale

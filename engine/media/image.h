@@ -85,4 +85,8 @@ class Image {
   _VipsImage* image_ = nullptr;
 };
 
+/// `image` scaled down (Lanczos 3), never up, so that its longer side is at
+/// most `maxSide` (at least 1). Lazy; throws ImageError for an empty image.
+Image shrunkToFit(const Image& image, int maxSide);
+
 }  // namespace lumivale

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <vector>
 
+#include "engine/media/exif_metadata.h"
 #include "engine/media/icc_import.h"
 #include "engine/media/orientation.h"
 #include "engine/media/photo_file.h"
@@ -127,6 +129,7 @@ struct Opened {
   PhotoFile file;
   ImageDecoder::Header header;
   vips::VImage image;  // lazily loaded, full size, sequential access
+  std::string exif;    // JPEG: the EXIF block as our header reader found it
 };
 
 // The file is recognised and measured by its own header (our parser)
@@ -159,7 +162,7 @@ Opened open(const fs::path& file, const DecodeLimits& limits) {
   if (tooLarge(stated->width, stated->height))
     throw cannotRead("too large (" + sizeText(stated->width, stated->height) + ")");
 
-  Opened opened{std::move(*photo), {}, {}};
+  Opened opened{std::move(*photo), {}, {}, std::move(stated->exif)};
   try {
     opened.image = load(stated->format, file, {});
   } catch (const vips::VError& e) {
@@ -289,6 +292,19 @@ struct TargetSize {
   int height = 0;
 };
 
+// Samples resampled to exactly `target` and turned upright, computed into
+// memory: a damaged file fails now, and turning a small picture is cheap.
+vips::VImage reducedUpright(vips::VImage reduced, const TargetSize& target, int orientation) {
+  if (reduced.width() != target.width || reduced.height() != target.height) {
+    reduced = reduced.resize(double(target.width) / reduced.width(),
+                             vips::VImage::option()->set("vscale", double(target.height) / reduced.height()));
+    if (reduced.width() != target.width || reduced.height() != target.height)
+      reduced = reduced.embed(0, 0, target.width, target.height,
+                              vips::VImage::option()->set("extend", VIPS_EXTEND_COPY));
+  }
+  return upright(reduced.copy_memory(), orientation);
+}
+
 // The largest reduction on load that keeps the picture at least as large as
 // the target: JPEG's scaled DCT, or a HEIF's stored thumbnail.
 vips::VImage loadReduced(const Opened& opened, const TargetSize& target) {
@@ -319,6 +335,53 @@ vips::VImage loadReduced(const Opened& opened, const TargetSize& target) {
     }
   }
   return opened.image;
+}
+
+// The small picture a file stores beside its main one, as libvips loads it
+// (computed: it is small), or an empty handle. A JPEG's EXIF thumbnail is
+// stored as the main picture is, so the main picture's orientation turns
+// it; libheif turns a HEIF thumbnail itself. Cameras store 4:3 thumbnails
+// of 3:2 pictures with black bands: a thumbnail of another aspect keeps its
+// middle, cut to the main picture's aspect.
+vips::VImage storedPicture(const Opened& opened, const DecodeLimits& limits) {
+  const ImageDecoder::Header& h = opened.header;
+  vips::VImage stored;
+  if (h.format == ImageFormat::jpeg) {
+    const std::string jpeg = ExifMetadata::thumbnailJpeg(opened.exif);
+    if (jpeg.empty()) return {};
+    VipsBlob* blob = vips_blob_copy(jpeg.data(), jpeg.size());
+    std::unique_ptr<VipsArea, decltype(&vips_area_unref)> release(VIPS_AREA(blob), vips_area_unref);
+    stored =
+        vips::VImage::jpegload_buffer(blob, vips::VImage::option()->set("fail_on", VIPS_FAIL_ON_TRUNCATED));
+  } else if (h.format == ImageFormat::heif) {
+    stored = load(h.format, opened.file.path(), {.heifThumbnail = true});
+    // Without a thumbnail item libvips gives the primary picture.
+    if (stored.width() >= h.width && stored.height() >= h.height) return {};
+  } else {
+    return {};
+  }
+  if (stored.width() > limits.maxSide || stored.height() > limits.maxSide ||
+      std::uint64_t(stored.width()) * std::uint64_t(stored.height()) > limits.maxPixels) {
+    return {};
+  }
+  const double aspect = double(h.width) / h.height;
+  const double storedAspect = double(stored.width()) / stored.height();
+  if (std::abs(storedAspect / aspect - 1) > 0.01) {
+    int width = stored.width(), height = stored.height();
+    if (storedAspect > aspect) {
+      width = std::max(1, int(std::lround(height * aspect)));
+    } else {
+      height = std::max(1, int(std::lround(width / aspect)));
+    }
+    stored = stored.extract_area((stored.width() - width) / 2, (stored.height() - height) / 2, width, height);
+  }
+  // libvips' HEIF loader lends out its profile's bytes only while it lives;
+  // the picture kept in memory outlives it, so it gets a copy of its own.
+  const std::vector<std::uint8_t> profile = embeddedProfile(stored);
+  vips::VImage kept = stored.copy_memory();
+  if (!profile.empty())
+    vips_image_set_blob_copy(kept.get_image(), VIPS_META_ICC_NAME, profile.data(), profile.size());
+  return kept;
 }
 
 }  // namespace
@@ -354,17 +417,7 @@ DecodedImage decode(const fs::path& file, std::optional<int> maxSide, const Deco
       const TargetSize target{std::max(1, int(std::lround(h.width * scale))),
                               std::max(1, int(std::lround(h.height * scale)))};
       samples = colourSamples(loadReduced(opened, target));
-      vips::VImage reduced = samples.image;
-      if (reduced.width() != target.width || reduced.height() != target.height) {
-        reduced =
-            reduced.resize(double(target.width) / reduced.width(),
-                           vips::VImage::option()->set("vscale", double(target.height) / reduced.height()));
-        if (reduced.width() != target.width || reduced.height() != target.height)
-          reduced = reduced.embed(0, 0, target.width, target.height,
-                                  vips::VImage::option()->set("extend", VIPS_EXTEND_COPY));
-      }
-      // Decoded here, so a damaged file fails now and turning is cheap.
-      samples.image = upright(reduced.copy_memory(), h.orientation);
+      samples.image = reducedUpright(samples.image, target, h.orientation);
     }
     std::string profileWarning;
     result.image = fromVips(
@@ -374,6 +427,33 @@ DecodedImage decode(const fs::path& file, std::optional<int> maxSide, const Deco
     throw ImageError(what + ": " + vipsErrorLine(e));
   }
   return result;
+}
+
+std::optional<DecodedImage> decodeStoredThumbnail(const fs::path& file, int maxSide,
+                                                  const DecodeLimits& limits) {
+  Opened opened = open(file, limits);
+  try {
+    const vips::VImage stored = storedPicture(opened, limits);
+    if (!stored.get_image()) return std::nullopt;
+    Samples samples = colourSamples(stored);
+    // A thumbnail without a profile of its own shows the main picture's colours.
+    if (samples.profile.empty() && samples.model == modelOf(opened.image))
+      samples.profile = embeddedProfile(opened.image);
+    const double scale =
+        std::min(std::max(maxSide, 1) / double(std::max(stored.width(), stored.height())), 1.0);
+    const TargetSize target{std::max(1, int(std::lround(stored.width() * scale))),
+                            std::max(1, int(std::lround(stored.height() * scale)))};
+    const int orientation = opened.header.format == ImageFormat::jpeg ? opened.header.orientation : 1;
+    samples.image = reducedUpright(samples.image, target, orientation);
+    DecodedImage result;
+    result.image = fromVips(
+        media_detail::importToWorking(samples.image, samples.model, samples.profile, result.warning));
+    return result;
+  } catch (const vips::VError& e) {
+    // A damaged thumbnail is as good as none: the main picture remains.
+    vips_error_clear();
+    return std::nullopt;
+  }
 }
 
 }  // namespace ImageDecoder

@@ -76,5 +76,16 @@ Header readHeader(const std::filesystem::path& file, const DecodeLimits& limits 
 DecodedImage decode(const std::filesystem::path& file, std::optional<int> maxSide,
                     const DecodeLimits& limits = {});
 
+/// The smaller picture a file stores beside its main one, decoded into the
+/// working space like `decode`: a JPEG's EXIF thumbnail (turned by the
+/// file's orientation, coloured by its profile) or a HEIF file's thumbnail
+/// item. One of another aspect than the main picture (black bands) is cut
+/// to the main picture's aspect about its middle; the longer side is then
+/// scaled down to `maxSide` (at least 1), never up. Nothing when the file
+/// stores none (PNG and TIFF never do here) or it cannot be decoded. Throws
+/// ImageError as `readHeader` does.
+std::optional<DecodedImage> decodeStoredThumbnail(const std::filesystem::path& file, int maxSide,
+                                                  const DecodeLimits& limits = {});
+
 }  // namespace ImageDecoder
 }  // namespace lumivale

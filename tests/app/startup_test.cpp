@@ -10,17 +10,40 @@
 using namespace lumivale;
 using lumivale::app::StartupOptions;
 
-TEST(StartupTest, DiagnosticsSwitchesComeFirstAndAreNotYetAvailable) {
-  std::ostringstream out, err;
-  for (auto args : std::vector<std::vector<std::string>>{
-           {"--selftest"}, {"--benchmark"}, {"--snapshots", "/tmp/x"}}) {
+TEST(StartupTest, DiagnosticsSwitchesRankSelftestBenchmarkSnapshots) {
+  using Mode = StartupOptions::Mode;
+  std::ostringstream err;
+  const std::pair<std::vector<std::string>, Mode> table[] = {
+      {{"--snapshots", "/tmp/x", "--benchmark", "--selftest"}, Mode::selftest},
+      {{"--snapshots", "/tmp/x", "--benchmark"}, Mode::benchmark},
+      {{"--help", "--snapshots", "/tmp/x"}, Mode::snapshots},
+      {{"--library", "/tmp/lib", "--help"}, Mode::help},
+      {{"-platform", "offscreen"}, Mode::normal},
+  };
+  for (const auto& [args, mode] : table) {
     auto options = app::parseStartup(args, err);
     ASSERT_TRUE(options);
-    EXPECT_NE(options->mode, StartupOptions::Mode::normal);
-    EXPECT_EQ(app::startUp(*options, out, err), 2);
+    EXPECT_EQ(options->mode, mode) << args.front();
   }
   EXPECT_EQ(app::parseStartup({"--snapshots", "/tmp/shots"}, err)->snapshotsPath, "/tmp/shots");
-  EXPECT_FALSE(app::parseStartup({"--snapshots"}, err));
+  EXPECT_TRUE(app::parseStartup({"--benchmark", "--json"}, err)->json);
+  EXPECT_EQ(err.str(), "");
+  for (auto args : std::vector<std::vector<std::string>>{{"--snapshots"}, {"--snapshots", ""}}) {
+    std::ostringstream why;
+    EXPECT_FALSE(app::parseStartup(args, why));
+    EXPECT_EQ(why.str(), "lumivale: --snapshots needs a folder to write into\n");
+  }
+}
+
+TEST(StartupTest, SnapshotsIntoAFileFailBeforeAnyLibraryOpens) {
+  test::TempDir dir;
+  test::writeFile(dir / "file", "x");
+  test::ScopedEnv library("LUMIVALE_LIBRARY", (dir / "lib").c_str());
+  std::ostringstream out, err;
+  auto options = app::parseStartup({"--snapshots", (dir / "file").string()}, err);
+  EXPECT_EQ(app::startUp(*options, out, err), 1);
+  EXPECT_NE(err.str().find("it is not a folder"), std::string::npos) << err.str();
+  EXPECT_FALSE(std::filesystem::exists(dir / "lib"));
 }
 
 TEST(StartupTest, OpensTheLibraryOrExplainsWhyNot) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <random>
 
@@ -108,6 +109,27 @@ TEST(OutputImage, IsThreeBandsWithTheProfileAttached) {
     EXPECT_EQ(b.sample(2, 1, 0), b.sample(2, 1, 2));  // grey stays grey in every space
   }
   EXPECT_THROW(outputImage(grey, ColorSpace::sRGB, 12), ImageError);
+}
+
+// A bitmap goes back to the encoders as the same samples and profile; one
+// whose samples do not fill its size is refused, never read past its end.
+TEST(PictureOf, GivesTheBitmapsSamplesBack) {
+  for (int bits : {8, 16}) {
+    const Bitmap b = toBitmap(Image::constant(5, 3, {0.2, 0.5, 0.9}), ColorSpace::adobeRGB, bits);
+    const vips::VImage v = vipsImage(pictureOf(b));
+    std::size_t length = 0;
+    void* memory = v.write_to_memory(&length);
+    EXPECT_EQ(std::vector<std::uint8_t>(static_cast<std::uint8_t*>(memory),
+                                        static_cast<std::uint8_t*>(memory) + length),
+              b.bytes);
+    g_free(memory);
+    const void* profile = v.get_blob(VIPS_META_ICC_NAME, &length);
+    EXPECT_EQ(length, b.iccProfile.size());
+    EXPECT_EQ(std::memcmp(profile, b.iccProfile.data(), length), 0);
+    Bitmap cut = b;
+    cut.bytes.pop_back();
+    EXPECT_THROW(pictureOf(cut), ImageError);
+  }
 }
 
 }  // namespace

@@ -189,6 +189,8 @@ TEST_F(ExportPipelineTest, EachFailingStepSaysWhatFailedAndWritesNothing) {
       {notAPhoto, out, "Could not open text.jpg"},
       {good, dir / "missing", "Could not write IMG_1.jpg"},
       {good, dir / "photos" / "IMG_1.jpg", "Could not write IMG_1.jpg"},
+      // A folder no one may add files to, root included.
+      {good, "/proc", "Could not write IMG_1.jpg"},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(test::errorMessage<ExportError>([&] { Exporter::exportPhoto(c.job, {}, renderer, c.folder); }),

@@ -187,6 +187,91 @@ TEST_F(LibraryModelTest, KeywordsSplitAtCommasAndSemicolonsAndCollectionsToggle)
   EXPECT_EQ(model->photos().size(), 4u);
 }
 
+TEST_F(LibraryModelTest, KeywordCountsAndTheCurrentPhotosKeywordsFollowEveryChange) {
+  importFour();
+  const auto p = model->photos();
+  model->select(p[0].id);
+  model->addKeywords("sky");
+  EXPECT_EQ(model->currentKeywords(), (std::vector<std::string>{"sky"}));
+  // The names stay the same, only the count moves: the counts still change.
+  model->selectAll();
+  QSignalSpy counts(model.get(), &VeskModel::keywordCountsChanged);
+  QSignalSpy names(model.get(), &VeskModel::keywordListChanged);
+  model->addKeywords("Sky, sea");
+  EXPECT_EQ(counts.count(), 1);
+  EXPECT_EQ(names.count(), 1);
+  model->select(p[1].id);
+  model->removeKeyword("sea");
+  EXPECT_EQ(model->keywordCounts(), (VeskModel::KeywordCounts{{"sea", 3}, {"sky", 4}}));
+  EXPECT_EQ(names.count(), 1);
+  EXPECT_EQ(model->currentKeywords(), (std::vector<std::string>{"sky"}));
+  model->select(p[2].id);
+  EXPECT_EQ(model->currentKeywords(), (std::vector<std::string>{"sea", "sky"}));
+  model->setSelection({});
+  model->setCurrentID(std::nullopt);
+  EXPECT_TRUE(model->currentKeywords().empty());
+}
+
+TEST_F(LibraryModelTest, CollectionsAddOnlyNewPhotosAndRenameWhereShown) {
+  importFour();
+  const auto p = model->photos();
+  model->select(p[0].id);
+  model->createCollection("Trip", false);
+  ASSERT_EQ(model->collections().size(), 1u);
+  Collection trip = model->collections()[0];
+  EXPECT_TRUE(model->currentCollections().empty());
+
+  model->addToCollection(trip, {p[0].id, p[1].id});
+  EXPECT_EQ(model->collections()[0].count, 2);
+  EXPECT_EQ(model->currentCollections(), (VeskModel::IDSet{trip.id}));
+  const QString status = model->status();
+  model->addToCollection(trip, {p[1].id, p[2].id, p[1].id});
+  EXPECT_EQ(model->collections()[0].count, 3);
+  EXPECT_EQ(model->status(), status) << "no error for the photo already there";
+
+  model->showCatalog("Trip", [&](LibraryQuery& q) { q.collection = trip.id; });
+  model->renameCollection(trip, "  Holiday ");
+  EXPECT_EQ(model->collections()[0].name, "Holiday");
+  EXPECT_EQ(model->catalogTitle(), "Holiday");
+  EXPECT_EQ(model->photos().size(), 3u);
+  model->renameCollection(model->collections()[0], " ");
+  EXPECT_EQ(library->collections()[0].name, "Holiday");
+  // Renaming a collection that is not shown leaves the title alone.
+  model->showCatalog("All Photographs");
+  model->renameCollection(model->collections()[0], "Away");
+  EXPECT_EQ(library->collections()[0].name, "Away");
+  EXPECT_EQ(model->catalogTitle(), "All Photographs");
+}
+
+TEST_F(LibraryModelTest, DetailsOfTheCurrentPhotoArriveInTheBackgroundForTheLastOneOnly) {
+  importFour();
+  const auto p = model->photos();
+  // An unreadable file gives no rows rather than no answer.
+  std::filesystem::resize_file(p[3].path, 0);
+  auto arrived = [&] { return waitFor([&] { return model->currentDetails().has_value(); }, 20000); };
+
+  model->select(p[0].id);
+  model->select(p[1].id);
+  EXPECT_FALSE(model->currentDetails());
+  ASSERT_TRUE(arrived());
+  EXPECT_EQ(*model->currentDetails(), PhotoMeta::details(p[1].path));
+  EXPECT_FALSE(model->currentDetails()->empty());
+  QTest::qWait(100);
+  EXPECT_EQ(*model->currentDetails(), PhotoMeta::details(p[1].path)) << "a late answer for photo 0 won";
+
+  // Entering Develop while the read runs moves the token; the rows still come.
+  model->select(p[2].id);
+  model->enterDevelop();
+  ASSERT_TRUE(arrived());
+  EXPECT_EQ(*model->currentDetails(), PhotoMeta::details(p[2].path));
+  settle();
+  model->setModule(Module::library);
+
+  model->select(p[3].id);
+  ASSERT_TRUE(arrived());
+  EXPECT_TRUE(model->currentDetails()->empty());
+}
+
 TEST_F(LibraryModelTest, RemovalAsksFirstAndLeavesTheFiles) {
   importFour();
   const auto p = model->photos();

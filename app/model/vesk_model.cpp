@@ -263,6 +263,7 @@ VeskModel::VeskModel(std::shared_ptr<PhotoLibrary> library, std::optional<UserDe
   exportOptions_ = ExportOptions::load(impl_->defaults);
   if (!sharedModel) sharedModel = this;
   reload();
+  readBackupState();
 }
 
 VeskModel::~VeskModel() {
@@ -464,6 +465,22 @@ void VeskModel::reload() {
   }
   setSelection(kept);
   setCurrentID(next);
+}
+
+void VeskModel::readBackupState() {
+  BackupState state;
+  state.lastCheck = library_->safety().lastCheck;
+  try {
+    for (BackupInfo& info : CatalogBackups::list(library_->folder(), false)) {
+      if (info.kind != BackupInfo::Kind::backup) continue;
+      if (!state.last) state.last = std::move(info);
+      ++state.backups;
+    }
+  } catch (const std::exception& e) {
+    // An unreadable backups folder counts as none.
+    setStatus(QString::fromStdString(e.what()));
+  }
+  if (assign(backupState_, state)) emit backupStateChanged();
 }
 
 void VeskModel::reloadIfFiltered() {

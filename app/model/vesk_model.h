@@ -36,6 +36,7 @@
 #include <utility>
 #include <vector>
 
+#include "engine/catalog/catalog_safety.h"
 #include "engine/catalog/library_query.h"
 #include "engine/catalog/photo_library.h"
 #include "engine/catalog/photo_meta.h"
@@ -82,6 +83,14 @@ struct ExportSummary {
   int written = 0;
   std::vector<std::string> errors;  ///< one line per photo that failed
   std::vector<std::filesystem::path> files;
+};
+
+/// How well the catalog is kept: its backups and its last passing check.
+struct BackupState {
+  int backups = 0;                  ///< backups in the "Backups" folder (not set-aside catalogs)
+  std::optional<BackupInfo> last;   ///< the newest backup
+  std::optional<double> lastCheck;  ///< the last passing check, seconds since 1970
+  bool operator==(const BackupState&) const = default;
 };
 
 class VeskModel;
@@ -176,6 +185,7 @@ class VeskModel : public QObject {
   Q_PROPERTY(bool lensAvailable READ lensAvailable NOTIFY lensAvailableChanged)
   Q_PROPERTY(bool showClipping READ showClipping WRITE setShowClipping NOTIFY showClippingChanged)
   Q_PROPERTY(bool closeUp READ closeUp WRITE setCloseUp NOTIFY closeUpChanged)
+  Q_PROPERTY(lumivale::app::BackupState backupState READ backupState NOTIFY backupStateChanged)
   // Computed.
   Q_PROPERTY(bool canUndo READ canUndo NOTIFY undoStateChanged)
   Q_PROPERTY(bool canRedo READ canRedo NOTIFY undoStateChanged)
@@ -273,6 +283,7 @@ class VeskModel : public QObject {
   bool lensAvailable() const { return lensAvailable_; }
   bool showClipping() const { return showClipping_; }
   bool closeUp() const { return closeUp_; }
+  const BackupState& backupState() const { return backupState_; }
 
   // ---- computed -----------------------------------------------------------------
 
@@ -346,6 +357,9 @@ class VeskModel : public QObject {
   /// Reads the grid for `query` and the catalog panel's lists afresh, and
   /// settles the current photo and the selection.
   void reload();
+  /// Reads the catalog's backups and check time afresh (the day's backup
+  /// may end after the model was made).
+  void readBackupState();
   /// Reloads only when the query filters by rating, flag, label or text.
   void reloadIfFiltered();
   /// A fresh query keeping the sort order, changed by `change`, titled `title`.
@@ -550,6 +564,7 @@ class VeskModel : public QObject {
   void lensAvailableChanged();
   void showClippingChanged();
   void closeUpChanged();
+  void backupStateChanged();
   void undoStateChanged();
   /// A thumbnail asked for with `requestThumbnail` is in the cache.
   void thumbnailReady(std::int64_t id);
@@ -646,6 +661,7 @@ class VeskModel : public QObject {
   bool lensAvailable_ = false;
   bool showClipping_ = false;
   bool closeUp_ = false;
+  BackupState backupState_;
 
   // Main-thread working state.
   std::uint64_t loadToken_ = 0;

@@ -272,6 +272,20 @@ TEST_F(LibraryModelTest, DetailsOfTheCurrentPhotoArriveInTheBackgroundForTheLast
   EXPECT_TRUE(model->currentDetails()->empty());
 }
 
+TEST_F(LibraryModelTest, TheBackupStateCountsBackupsAndNamesTheNewest) {
+  makeModel();
+  EXPECT_EQ(model->backupState().backups, 0);
+  EXPECT_FALSE(model->backupState().last);
+  QSignalSpy changed(model.get(), &VeskModel::backupStateChanged);
+  const BackupResult made = CatalogBackups::create(dir / "lib");
+  model->readBackupState();
+  model->readBackupState();
+  EXPECT_EQ(changed.count(), 1);
+  EXPECT_EQ(model->backupState().backups, 1);
+  ASSERT_TRUE(model->backupState().last);
+  EXPECT_EQ(model->backupState().last->name, made.backup.name);
+}
+
 TEST_F(LibraryModelTest, RemovalAsksFirstAndLeavesTheFiles) {
   importFour();
   const auto p = model->photos();

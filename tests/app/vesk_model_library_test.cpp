@@ -161,69 +161,42 @@ TEST_F(LibraryModelTest, ALabelAllSelectedPhotosCarryIsClearedAndAMixedOneSetOnA
   EXPECT_EQ(model->photos()[1].label, "");
 }
 
-TEST_F(LibraryModelTest, KeywordsSplitAtCommasAndSemicolonsAndCollectionsToggle) {
-  importFour();
-  model->selectAll();
-  model->addKeywords(" sky, Sea;; ;beach ");
-  EXPECT_EQ(model->keywordList(), (std::vector<std::string>{"beach", "sea", "sky"}));
-  model->removeKeyword("sea");
-  EXPECT_EQ(model->keywordList(), (std::vector<std::string>{"beach", "sky"}));
-
-  model->createCollection("Trip", true);
-  ASSERT_EQ(model->collections().size(), 1u);
-  EXPECT_EQ(model->collections()[0].count, 4);
-  const std::int64_t photo = model->photos()[0].id;
-  model->toggleCollection(model->collections()[0], photo);
-  EXPECT_EQ(model->collections()[0].count, 3);
-  model->toggleCollection(model->collections()[0], photo);
-  EXPECT_EQ(model->collections()[0].count, 4);
-
-  const Collection trip = model->collections()[0];
-  model->showCatalog("Trip", [&](LibraryQuery& q) { q.collection = trip.id; });
-  model->deleteCollection(trip);
-  EXPECT_TRUE(model->collections().empty());
-  EXPECT_EQ(model->catalogTitle(), "All Photographs");
-  EXPECT_EQ(model->query(), LibraryQuery());
-  EXPECT_EQ(model->photos().size(), 4u);
-}
-
-TEST_F(LibraryModelTest, KeywordCountsAndTheCurrentPhotosKeywordsFollowEveryChange) {
+TEST_F(LibraryModelTest, KeywordsSplitAtCommasAndSemicolonsAndAreCountedForThePanels) {
   importFour();
   const auto p = model->photos();
   model->select(p[0].id);
   model->addKeywords("sky");
   EXPECT_EQ(model->currentKeywords(), (std::vector<std::string>{"sky"}));
-  // The names stay the same, only the count moves: the counts still change.
   model->selectAll();
   QSignalSpy counts(model.get(), &VeskModel::keywordCountsChanged);
-  QSignalSpy names(model.get(), &VeskModel::keywordListChanged);
-  model->addKeywords("Sky, sea");
-  EXPECT_EQ(counts.count(), 1);
-  EXPECT_EQ(names.count(), 1);
+  model->addKeywords(" Sky, Sea;; ;beach ");
+  EXPECT_EQ(model->keywordList(), (std::vector<std::string>{"beach", "sea", "sky"}));
+  model->removeKeyword("beach");
+  // Only a count moves here, the names stay: the counts still change.
   model->select(p[1].id);
   model->removeKeyword("sea");
+  EXPECT_EQ(counts.count(), 3);
   EXPECT_EQ(model->keywordCounts(), (VeskModel::KeywordCounts{{"sea", 3}, {"sky", 4}}));
-  EXPECT_EQ(names.count(), 1);
   EXPECT_EQ(model->currentKeywords(), (std::vector<std::string>{"sky"}));
   model->select(p[2].id);
   EXPECT_EQ(model->currentKeywords(), (std::vector<std::string>{"sea", "sky"}));
-  model->setSelection({});
-  model->setCurrentID(std::nullopt);
-  EXPECT_TRUE(model->currentKeywords().empty());
 }
 
-TEST_F(LibraryModelTest, CollectionsAddOnlyNewPhotosAndRenameWhereShown) {
+TEST_F(LibraryModelTest, CollectionsToggleAddOnlyNewPhotosAndRenameWhereShown) {
   importFour();
   const auto p = model->photos();
   model->select(p[0].id);
-  model->createCollection("Trip", false);
+  model->createCollection("Trip", true);
   ASSERT_EQ(model->collections().size(), 1u);
-  Collection trip = model->collections()[0];
+  const Collection trip = model->collections()[0];
+  EXPECT_EQ(trip.count, 1);
+  EXPECT_EQ(model->currentCollections(), (VeskModel::IDSet{trip.id}));
+  model->toggleCollection(trip, p[0].id);
   EXPECT_TRUE(model->currentCollections().empty());
+  model->toggleCollection(trip, p[0].id);
+  EXPECT_EQ(model->collections()[0].count, 1);
 
   model->addToCollection(trip, {p[0].id, p[1].id});
-  EXPECT_EQ(model->collections()[0].count, 2);
-  EXPECT_EQ(model->currentCollections(), (VeskModel::IDSet{trip.id}));
   const QString status = model->status();
   model->addToCollection(trip, {p[1].id, p[2].id, p[1].id});
   EXPECT_EQ(model->collections()[0].count, 3);
@@ -231,16 +204,17 @@ TEST_F(LibraryModelTest, CollectionsAddOnlyNewPhotosAndRenameWhereShown) {
 
   model->showCatalog("Trip", [&](LibraryQuery& q) { q.collection = trip.id; });
   model->renameCollection(trip, "  Holiday ");
+  model->renameCollection(trip, " ");
   EXPECT_EQ(model->collections()[0].name, "Holiday");
   EXPECT_EQ(model->catalogTitle(), "Holiday");
   EXPECT_EQ(model->photos().size(), 3u);
-  model->renameCollection(model->collections()[0], " ");
-  EXPECT_EQ(library->collections()[0].name, "Holiday");
-  // Renaming a collection that is not shown leaves the title alone.
-  model->showCatalog("All Photographs");
-  model->renameCollection(model->collections()[0], "Away");
-  EXPECT_EQ(library->collections()[0].name, "Away");
+
+  model->deleteCollection(trip);
+  EXPECT_TRUE(model->collections().empty());
+  EXPECT_TRUE(model->currentCollections().empty());
   EXPECT_EQ(model->catalogTitle(), "All Photographs");
+  EXPECT_EQ(model->query(), LibraryQuery());
+  EXPECT_EQ(model->photos().size(), 4u);
 }
 
 TEST_F(LibraryModelTest, DetailsOfTheCurrentPhotoArriveInTheBackgroundForTheLastOneOnly) {
@@ -270,20 +244,6 @@ TEST_F(LibraryModelTest, DetailsOfTheCurrentPhotoArriveInTheBackgroundForTheLast
   model->select(p[3].id);
   ASSERT_TRUE(arrived());
   EXPECT_TRUE(model->currentDetails()->empty());
-}
-
-TEST_F(LibraryModelTest, TheBackupStateCountsBackupsAndNamesTheNewest) {
-  makeModel();
-  EXPECT_EQ(model->backupState().backups, 0);
-  EXPECT_FALSE(model->backupState().last);
-  QSignalSpy changed(model.get(), &VeskModel::backupStateChanged);
-  const BackupResult made = CatalogBackups::create(dir / "lib");
-  model->readBackupState();
-  model->readBackupState();
-  EXPECT_EQ(changed.count(), 1);
-  EXPECT_EQ(model->backupState().backups, 1);
-  ASSERT_TRUE(model->backupState().last);
-  EXPECT_EQ(model->backupState().last->name, made.backup.name);
 }
 
 TEST_F(LibraryModelTest, RemovalAsksFirstAndLeavesTheFiles) {

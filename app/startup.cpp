@@ -55,6 +55,12 @@ OpenedLibrary openLibrary(const std::filesystem::path& folder) {
   return opened;
 }
 
+OpenedLibrary restoreLastBackup(const std::filesystem::path& folder, const CatalogDamaged& damage) {
+  if (!damage.lastGoodBackup()) throw BackupError("There is no backup that checks clean to restore.");
+  CatalogBackups::restore(folder, damage.lastGoodBackup()->name);
+  return openLibrary(folder);
+}
+
 std::optional<int> startUp(const StartupOptions& options, std::ostream& out, std::ostream& err) {
   switch (options.mode) {
     case StartupOptions::Mode::help:

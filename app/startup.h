@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/catalog/catalog_safety.h"
 #include "engine/catalog/photo_library.h"
 
 namespace lumivale::app {
@@ -41,6 +42,13 @@ struct OpenedLibrary {
 /// throws: CatalogDamaged when the check fails, with nothing opened for
 /// writing and the last good backup named.
 OpenedLibrary openLibrary(const std::filesystem::path& folder);
+
+/// After `openLibrary` threw `damage`: puts the last good backup it names in
+/// place of the damaged catalog (which is set aside in "Backups", never
+/// deleted), then opens as `openLibrary` does. Throws BackupError when there
+/// is no good backup or the restore is refused, and what `openLibrary`
+/// throws.
+OpenedLibrary restoreLastBackup(const std::filesystem::path& folder, const CatalogDamaged& damage);
 
 /// Runs everything up to the window: diagnostics switches, then the library.
 /// Returns the process exit status, or nothing when the window should open.

@@ -95,6 +95,7 @@ void VeskModel::readHistory(std::int64_t id) {
 
 void VeskModel::currentChanged() {
   bumpToken();
+  readCurrentTags();
   const std::optional<PhotoRecord> record = current();
   if (record) {
     openRecord_ = record;

@@ -70,6 +70,7 @@ struct VeskModel::Impl {
   JobPool exportPool;
   JobPool thumbPool;
   JobPool histogramPool;
+  JobPool detailsPool;  ///< the current photo's file details
   SerialQueue renderQueue;
 
   /// Stops every queue and waits for what runs.

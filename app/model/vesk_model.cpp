@@ -175,6 +175,7 @@ VeskModel::Impl::Impl(UserDefaults store)
       exportPool(1, QThread::NormalPriority),
       thumbPool(0, QThread::LowPriority),
       histogramPool(1, QThread::NormalPriority),
+      detailsPool(1, QThread::NormalPriority),
       renderQueue(QStringLiteral("kuvo.lumivale.render"), QThread::HighestPriority) {
   thumbCache.setMaxCost(VeskModel::thumbCacheLimit);
 }
@@ -188,6 +189,8 @@ void VeskModel::Impl::shutDown() {
   thumbPool.waitForDone();
   histogramPool.clearPending();
   histogramPool.waitForDone();
+  detailsPool.clearPending();
+  detailsPool.waitForDone();
 }
 
 JobPool::JobPool(int maxThreads, QThread::Priority priority) {
@@ -260,6 +263,7 @@ VeskModel::VeskModel(std::shared_ptr<PhotoLibrary> library, std::optional<UserDe
   exportOptions_ = ExportOptions::load(impl_->defaults);
   if (!sharedModel) sharedModel = this;
   reload();
+  readBackupState();
 }
 
 VeskModel::~VeskModel() {
@@ -276,6 +280,37 @@ VeskModel* VeskModel::shared() { return sharedModel; }
 void VeskModel::bumpToken() {
   ++loadToken_;
   impl_->token.store(loadToken_);
+  // A details read started under the old token would be dropped: start it
+  // again (or start the one a new current photo needs).
+  readCurrentDetails();
+}
+
+void VeskModel::readCurrentDetails() {
+  const std::optional<PhotoRecord> record = current();
+  const std::int64_t id = record ? record->id : 0;
+  if (id == detailsFor_ && (!detailsReading_ || detailsToken_ == loadToken_)) return;
+  detailsFor_ = id;
+  detailsToken_ = loadToken_;
+  detailsReading_ = record.has_value();
+  if (assign(currentDetails_, Details())) emit currentDetailsChanged();
+  if (!record) return;
+  impl_->detailsPool.run([this, token = loadToken_, id, path = std::filesystem::path(record->path)] {
+    std::vector<DetailRow> rows = PhotoMeta::details(path);
+    toMain([this, token, id, rows = std::move(rows)] {
+      if (token != loadToken_ || id != detailsFor_) return;
+      detailsReading_ = false;
+      currentDetails_ = rows;
+      emit currentDetailsChanged();
+    });
+  });
+}
+
+void VeskModel::readCurrentTags() {
+  const std::optional<PhotoRecord> record = current();
+  const Strings words = record ? library_->keywords(record->id) : Strings();
+  const IDSet holding = record ? library_->collectionsContaining(record->id) : IDSet();
+  if (assign(currentKeywords_, words)) emit currentKeywordsChanged();
+  if (assign(currentCollections_, holding)) emit currentCollectionsChanged();
 }
 
 // ---- computed --------------------------------------------------------------------------------
@@ -400,7 +435,7 @@ void VeskModel::replacePhotos(Records photos) {
 }
 
 void VeskModel::readPanels() {
-  if (assign(collections_, library_->collections())) emit collectionsChanged();
+  readCollections();
   if (assign(folders_, library_->folders())) emit foldersChanged();
   if (assign(folderCounts_, library_->folderCounts())) emit folderCountsChanged();
   readKeywords();
@@ -408,9 +443,12 @@ void VeskModel::readPanels() {
 }
 
 void VeskModel::readKeywords() {
+  KeywordCounts counts = library_->allKeywords();
   Strings names;
-  for (auto& [word, count] : library_->allKeywords()) names.push_back(word);
+  for (const auto& [word, count] : counts) names.push_back(word);
+  if (assign(keywordCounts_, counts)) emit keywordCountsChanged();
   if (assign(keywordList_, names)) emit keywordListChanged();
+  readCurrentTags();
 }
 
 void VeskModel::reload() {
@@ -427,6 +465,22 @@ void VeskModel::reload() {
   }
   setSelection(kept);
   setCurrentID(next);
+}
+
+void VeskModel::readBackupState() {
+  BackupState state;
+  state.lastCheck = library_->safety().lastCheck;
+  try {
+    for (BackupInfo& info : CatalogBackups::list(library_->folder(), false)) {
+      if (info.kind != BackupInfo::Kind::backup) continue;
+      if (!state.last) state.last = std::move(info);
+      ++state.backups;
+    }
+  } catch (const std::exception& e) {
+    // An unreadable backups folder counts as none.
+    setStatus(QString::fromStdString(e.what()));
+  }
+  if (assign(backupState_, state)) emit backupStateChanged();
 }
 
 void VeskModel::reloadIfFiltered() {
@@ -668,6 +722,7 @@ void VeskModel::removeKeyword(const std::string& keyword) {
 
 void VeskModel::readCollections() {
   if (assign(collections_, library_->collections())) emit collectionsChanged();
+  readCurrentTags();
 }
 
 void VeskModel::createCollection(const std::string& name, bool addSelection) {
@@ -697,6 +752,21 @@ void VeskModel::deleteCollection(const Collection& collection) {
     setQuery(LibraryQuery());
   }
   readCollections();
+}
+
+void VeskModel::renameCollection(const Collection& collection, const QString& name) {
+  const QString trimmed = name.trimmed();
+  if (trimmed.isEmpty() || !collection.id) return;
+  if (!write([&] { library_->renameCollection(collection.id, trimmed.toStdString()); })) return;
+  if (query_.collection == collection.id && assign(catalogTitle_, trimmed)) emit catalogTitleChanged();
+  reload();
+}
+
+void VeskModel::addToCollection(const Collection& collection, const std::vector<std::int64_t>& ids) {
+  if (!collection.id || ids.empty()) return;
+  // One statement that skips the photos already in the collection.
+  if (!write([&] { library_->addToCollection(collection.id, ids); })) return;
+  reload();
 }
 
 std::optional<RemovalQuestion> VeskModel::removalQuestion() const {

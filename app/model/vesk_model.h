@@ -36,8 +36,10 @@
 #include <utility>
 #include <vector>
 
+#include "engine/catalog/catalog_safety.h"
 #include "engine/catalog/library_query.h"
 #include "engine/catalog/photo_library.h"
+#include "engine/catalog/photo_meta.h"
 #include "engine/catalog/photo_record.h"
 #include "engine/catalog/user_defaults.h"
 #include "engine/edit/edit_settings.h"
@@ -83,6 +85,14 @@ struct ExportSummary {
   std::vector<std::filesystem::path> files;
 };
 
+/// How well the catalog is kept: its backups and its last passing check.
+struct BackupState {
+  int backups = 0;                  ///< backups in the "Backups" folder (not set-aside catalogs)
+  std::optional<BackupInfo> last;   ///< the newest backup
+  std::optional<double> lastCheck;  ///< the last passing check, seconds since 1970
+  bool operator==(const BackupState&) const = default;
+};
+
 class VeskModel;
 struct RenderState;
 struct RenderResult;
@@ -124,6 +134,8 @@ class VeskModel : public QObject {
   using Progress = std::optional<std::pair<int, int>>;
   using Records = std::vector<PhotoRecord>;
   using Strings = std::vector<std::string>;
+  using KeywordCounts = std::vector<std::pair<std::string, int>>;
+  using Details = std::optional<std::vector<DetailRow>>;
 
   Q_PROPERTY(lumivale::app::Module module READ module WRITE setModule NOTIFY moduleChanged)
   Q_PROPERTY(lumivale::LibraryQuery query READ query WRITE setQuery NOTIFY queryChanged)
@@ -134,6 +146,10 @@ class VeskModel : public QObject {
   Q_PROPERTY(Strings folders READ folders NOTIFY foldersChanged)
   Q_PROPERTY(FolderCounts folderCounts READ folderCounts NOTIFY folderCountsChanged)
   Q_PROPERTY(Strings keywordList READ keywordList NOTIFY keywordListChanged)
+  Q_PROPERTY(KeywordCounts keywordCounts READ keywordCounts NOTIFY keywordCountsChanged)
+  Q_PROPERTY(Strings currentKeywords READ currentKeywords NOTIFY currentKeywordsChanged)
+  Q_PROPERTY(IDSet currentCollections READ currentCollections NOTIFY currentCollectionsChanged)
+  Q_PROPERTY(Details currentDetails READ currentDetails NOTIFY currentDetailsChanged)
   Q_PROPERTY(int thumbVersion READ thumbVersion NOTIFY thumbVersionChanged)
   Q_PROPERTY(double gridSize READ gridSize WRITE setGridSize NOTIFY gridSizeChanged)
   Q_PROPERTY(QString status READ status WRITE setStatus NOTIFY statusChanged)
@@ -169,6 +185,7 @@ class VeskModel : public QObject {
   Q_PROPERTY(bool lensAvailable READ lensAvailable NOTIFY lensAvailableChanged)
   Q_PROPERTY(bool showClipping READ showClipping WRITE setShowClipping NOTIFY showClippingChanged)
   Q_PROPERTY(bool closeUp READ closeUp WRITE setCloseUp NOTIFY closeUpChanged)
+  Q_PROPERTY(lumivale::app::BackupState backupState READ backupState NOTIFY backupStateChanged)
   // Computed.
   Q_PROPERTY(bool canUndo READ canUndo NOTIFY undoStateChanged)
   Q_PROPERTY(bool canRedo READ canRedo NOTIFY undoStateChanged)
@@ -223,6 +240,16 @@ class VeskModel : public QObject {
   const Strings& folders() const { return folders_; }
   const FolderCounts& folderCounts() const { return folderCounts_; }
   const Strings& keywordList() const { return keywordList_; }
+  /// Every keyword with the number of photos carrying it, in name order.
+  const KeywordCounts& keywordCounts() const { return keywordCounts_; }
+  /// The current photo's keywords in order; empty without a current photo.
+  const Strings& currentKeywords() const { return currentKeywords_; }
+  /// The ids of the collections holding the current photo.
+  const IDSet& currentCollections() const { return currentCollections_; }
+  /// The current photo's file details, read in the background: nothing
+  /// while they are read (or without a current photo), no rows when the
+  /// file could not be read.
+  const Details& currentDetails() const { return currentDetails_; }
   int thumbVersion() const { return thumbVersion_; }
   double gridSize() const { return gridSize_; }
   const QString& status() const { return status_; }
@@ -256,6 +283,7 @@ class VeskModel : public QObject {
   bool lensAvailable() const { return lensAvailable_; }
   bool showClipping() const { return showClipping_; }
   bool closeUp() const { return closeUp_; }
+  const BackupState& backupState() const { return backupState_; }
 
   // ---- computed -----------------------------------------------------------------
 
@@ -329,6 +357,9 @@ class VeskModel : public QObject {
   /// Reads the grid for `query` and the catalog panel's lists afresh, and
   /// settles the current photo and the selection.
   void reload();
+  /// Reads the catalog's backups and check time afresh (the day's backup
+  /// may end after the model was made).
+  void readBackupState();
   /// Reloads only when the query filters by rating, flag, label or text.
   void reloadIfFiltered();
   /// A fresh query keeping the sort order, changed by `change`, titled `title`.
@@ -369,6 +400,10 @@ class VeskModel : public QObject {
   void createCollection(const std::string& name, bool addSelection);
   void toggleCollection(const Collection& collection, std::int64_t photo);
   void deleteCollection(const Collection& collection);
+  /// Gives the collection a new name (trimmed); an empty name does nothing.
+  void renameCollection(const Collection& collection, const QString& name);
+  /// Adds the photos not yet in the collection; those in it stay as they are.
+  void addToCollection(const Collection& collection, const std::vector<std::int64_t>& ids);
   /// The confirmation to show before `removeFromLibrary`; nothing when there
   /// is nothing to remove.
   std::optional<RemovalQuestion> removalQuestion() const;
@@ -492,6 +527,10 @@ class VeskModel : public QObject {
   void foldersChanged();
   void folderCountsChanged();
   void keywordListChanged();
+  void keywordCountsChanged();
+  void currentKeywordsChanged();
+  void currentCollectionsChanged();
+  void currentDetailsChanged();
   void thumbVersionChanged();
   void gridSizeChanged();
   void statusChanged();
@@ -525,6 +564,7 @@ class VeskModel : public QObject {
   void lensAvailableChanged();
   void showClippingChanged();
   void closeUpChanged();
+  void backupStateChanged();
   void undoStateChanged();
   /// A thumbnail asked for with `requestThumbnail` is in the cache.
   void thumbnailReady(std::int64_t id);
@@ -554,6 +594,8 @@ class VeskModel : public QObject {
   void readPanels();
   void readKeywords();
   void readCollections();
+  void readCurrentTags();
+  void readCurrentDetails();
   void forgetThumbnails(std::int64_t id);
   void bumpThumbVersion();
   void finishImport(const ImportResult& result, const std::filesystem::path& root, const std::string& name,
@@ -582,6 +624,10 @@ class VeskModel : public QObject {
   Strings folders_;
   FolderCounts folderCounts_;
   Strings keywordList_;
+  KeywordCounts keywordCounts_;
+  Strings currentKeywords_;
+  IDSet currentCollections_;
+  Details currentDetails_;
   int thumbVersion_ = 0;
   double gridSize_ = defaultGridSize;
   QString status_;
@@ -615,6 +661,7 @@ class VeskModel : public QObject {
   bool lensAvailable_ = false;
   bool showClipping_ = false;
   bool closeUp_ = false;
+  BackupState backupState_;
 
   // Main-thread working state.
   std::uint64_t loadToken_ = 0;
@@ -627,6 +674,9 @@ class VeskModel : public QObject {
   int rendersStarted_ = 0;
   int editedThumbnailsWritten_ = 0;
   bool strokeOpen_ = false;
+  std::int64_t detailsFor_ = 0;  // the photo whose details are published or being read
+  bool detailsReading_ = false;
+  std::uint64_t detailsToken_ = 0;
 
   friend class PhotoListModel;
   friend struct Impl;

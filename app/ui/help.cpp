@@ -1,5 +1,6 @@
 #include "app/ui/help.h"
 
+#include <QDateTime>
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QHBoxLayout>
@@ -8,7 +9,31 @@
 #include <QTextBrowser>
 #include <QVBoxLayout>
 
+#include "app/model/vesk_model.h"
+
 namespace lumivale::ui {
+
+namespace {
+
+QString localTime(double secondsSince1970) {
+  return QLocale().toString(QDateTime::fromSecsSinceEpoch(qint64(secondsSince1970)), QLocale::ShortFormat);
+}
+
+}  // namespace
+
+QString backupSummary(const app::BackupState& state) {
+  QStringList lines;
+  if (state.last) {
+    lines << QObject::tr("Last backup: %1 (%2)")
+                 .arg(localTime(state.last->created), QString::fromStdString(state.last->name));
+  } else {
+    lines << QObject::tr("No backup of the catalog yet");
+  }
+  lines << QObject::tr("Backups kept: %1").arg(state.backups);
+  lines << (state.lastCheck ? QObject::tr("Catalog last checked: %1").arg(localTime(*state.lastCheck))
+                            : QObject::tr("The catalog has not been checked yet"));
+  return lines.join(QLatin1Char('\n'));
+}
 
 const std::vector<std::pair<QString, QString>>& helpTopics() {
   static const std::vector<std::pair<QString, QString>> topics = {
@@ -116,7 +141,7 @@ void showHelp(QWidget* parent) {
   dialog->show();
 }
 
-void showAbout(QWidget* parent) {
+void showAbout(QWidget* parent, app::VeskModel& model) {
   auto* dialog = new QDialog(parent);
   dialog->setAttribute(Qt::WA_DeleteOnClose);
   dialog->setWindowTitle(QObject::tr("About KUVO Lumivale"));
@@ -130,6 +155,11 @@ void showAbout(QWidget* parent) {
   layout->addWidget(new QLabel(QObject::tr("Version %1").arg(QStringLiteral(LUMIVALE_VERSION))));
   layout->addWidget(
       new QLabel(QObject::tr("A photo library and RAW developer. Your originals are never changed.")));
+  model.readBackupState();
+  auto* backups = new QLabel(backupSummary(model.backupState()));
+  backups->setObjectName(QStringLiteral("backupState"));
+  backups->setTextInteractionFlags(Qt::TextSelectableByMouse);
+  layout->addWidget(backups);
   auto* notices = new QTextBrowser;
   notices->setHtml(thirdPartyNotices());
   layout->addWidget(notices, 1);

@@ -2,7 +2,6 @@
 
 #include <QComboBox>
 #include <QContextMenuEvent>
-#include <QCoreApplication>
 #include <QDragEnterEvent>
 #include <QHBoxLayout>
 #include <QHeaderView>
@@ -12,10 +11,8 @@
 #include <QListWidget>
 #include <QMenu>
 #include <QMimeData>
-#include <QPointer>
 #include <QSlider>
 #include <QTableWidget>
-#include <QThreadPool>
 #include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -77,7 +74,7 @@ CatalogPanel::CatalogPanel(app::VeskModel& model, QWidget* parent) : QTreeWidget
   connect(&model, &app::VeskModel::collectionsChanged, this, &CatalogPanel::refresh);
   connect(&model, &app::VeskModel::foldersChanged, this, &CatalogPanel::refresh);
   connect(&model, &app::VeskModel::folderCountsChanged, this, &CatalogPanel::refresh);
-  connect(&model, &app::VeskModel::keywordListChanged, this, &CatalogPanel::refresh);
+  connect(&model, &app::VeskModel::keywordCountsChanged, this, &CatalogPanel::refresh);
   connect(&model, &app::VeskModel::catalogTitleChanged, this, &CatalogPanel::refresh);
   refresh();
 }
@@ -140,8 +137,9 @@ void CatalogPanel::refresh() {
   add->setForeground(0, theme::accent);
 
   auto* keywords = section(tr("Keywords"));
-  for (const std::string& word : model_.keywordList()) {
-    entry(keywords, qs(word), Kind::keyword, qs(word), -1, shown == QStringLiteral("Keyword: ") + qs(word));
+  for (const auto& [word, count] : model_.keywordCounts()) {
+    entry(keywords, qs(word), Kind::keyword, qs(word), count,
+          shown == QStringLiteral("Keyword: ") + qs(word));
   }
   refreshing_ = false;
 }
@@ -213,10 +211,7 @@ void CatalogPanel::dropEvent(QDropEvent* event) {
     if (c.id == id) target = c;
   }
   if (!target.id) return;
-  // A drop adds; toggling is only used for photos not in the collection yet.
-  for (std::int64_t photo : photos) {
-    if (!model_.library().collectionsContaining(photo).count(id)) model_.toggleCollection(target, photo);
-  }
+  model_.addToCollection(target, photos);
   event->acceptProposedAction();
 }
 
@@ -242,16 +237,11 @@ void CatalogPanel::renameCollection(std::int64_t id, const QString& oldName) {
       QInputDialog::getText(this, tr("Rename Collection"), tr("Name:"), QLineEdit::Normal, oldName, &ok)
           .trimmed();
   if (!ok || name.isEmpty() || name == oldName) return;
-  try {
-    model_.library().renameCollection(id, name.toStdString());
-  } catch (const std::exception& e) {
-    model_.setStatus(tr("The collection could not be renamed: %1").arg(QString::fromUtf8(e.what())));
-    return;
-  }
-  if (model_.query().collection == id) {
-    model_.showCatalog(name, [id](LibraryQuery& q) { q.collection = id; });
-  } else {
-    model_.reload();
+  for (const Collection& c : model_.collections()) {
+    if (c.id == id) {
+      model_.renameCollection(c, name);
+      return;
+    }
   }
 }
 
@@ -438,12 +428,9 @@ InfoPanel::InfoPanel(app::VeskModel& model, QWidget* parent) : QWidget(parent), 
   connect(addKeyword_, &QLineEdit::returnPressed, this, [this] {
     model_.addKeywords(addKeyword_->text());
     addKeyword_->clear();
-    refreshKeywords();
   });
-  connect(keywords_, &QListWidget::itemDoubleClicked, this, [this](QListWidgetItem* item) {
-    model_.removeKeyword(item->text().toStdString());
-    refreshKeywords();
-  });
+  connect(keywords_, &QListWidget::itemDoubleClicked, this,
+          [this](QListWidgetItem* item) { model_.removeKeyword(item->text().toStdString()); });
 
   layout->addWidget(heading(tr("Collections")));
   collections_ = new QListWidget;
@@ -464,7 +451,9 @@ InfoPanel::InfoPanel(app::VeskModel& model, QWidget* parent) : QWidget(parent), 
   connect(&model, &app::VeskModel::recordsUpdated, this, &InfoPanel::refresh);
   connect(&model, &app::VeskModel::photosReset, this, &InfoPanel::refresh);
   connect(&model, &app::VeskModel::collectionsChanged, this, &InfoPanel::refreshCollections);
-  connect(&model, &app::VeskModel::keywordListChanged, this, &InfoPanel::refreshKeywords);
+  connect(&model, &app::VeskModel::currentCollectionsChanged, this, &InfoPanel::refreshCollections);
+  connect(&model, &app::VeskModel::currentKeywordsChanged, this, &InfoPanel::refreshKeywords);
+  connect(&model, &app::VeskModel::currentDetailsChanged, this, &InfoPanel::showDetails);
   refresh();
 }
 
@@ -474,6 +463,7 @@ void InfoPanel::refresh() {
     shown_ = 0;
     title_->setText(tr("No photo"));
     summary_->clear();
+    details_->clearSpans();
     details_->setRowCount(0);
     keywords_->clear();
     collections_->clear();
@@ -489,30 +479,18 @@ void InfoPanel::refresh() {
   title_->setText(name);
   title_->setToolTip(QString::fromStdString(record->path));
   summary_->setText(QString::fromStdString(record->summary()));
-  if (shown_ != record->id) {
-    shown_ = record->id;
-    details_->setRowCount(0);
-    // The file's header is read off the main thread; a late answer for
-    // another photo is dropped.
-    QPointer<InfoPanel> self(this);
-    const std::int64_t id = record->id;
-    const std::filesystem::path path = record->path;
-    QThreadPool::globalInstance()->start([self, id, path] {
-      std::vector<DetailRow> rows = PhotoMeta::details(path);
-      QMetaObject::invokeMethod(
-          QCoreApplication::instance(),
-          [self, id, rows = std::move(rows)] {
-            if (self) self->showDetails(id, rows);
-          },
-          Qt::QueuedConnection);
-    });
-  }
+  shown_ = record->id;
+  showDetails();
   refreshKeywords();
   refreshCollections();
 }
 
-void InfoPanel::showDetails(std::int64_t id, const std::vector<DetailRow>& rows) {
-  if (id != shown_) return;
+void InfoPanel::showDetails() {
+  details_->clearSpans();
+  details_->setRowCount(0);
+  // Nothing yet while the file's header is read in the background.
+  if (!shown_ || !model_.currentDetails()) return;
+  const std::vector<DetailRow>& rows = *model_.currentDetails();
   details_->setRowCount(int(rows.size()));
   for (int i = 0; i < int(rows.size()); ++i) {
     auto* label = new QTableWidgetItem(QString::fromStdString(rows[std::size_t(i)].label));
@@ -534,7 +512,7 @@ void InfoPanel::showDetails(std::int64_t id, const std::vector<DetailRow>& rows)
 void InfoPanel::refreshKeywords() {
   keywords_->clear();
   if (!shown_) return;
-  for (const std::string& word : model_.library().keywords(shown_)) {
+  for (const std::string& word : model_.currentKeywords()) {
     keywords_->addItem(QString::fromStdString(word));
   }
 }
@@ -543,7 +521,7 @@ void InfoPanel::refreshCollections() {
   const QSignalBlocker block(collections_);
   collections_->clear();
   if (!shown_) return;
-  const std::set<std::int64_t> containing = model_.library().collectionsContaining(shown_);
+  const app::VeskModel::IDSet& containing = model_.currentCollections();
   for (const Collection& c : model_.collections()) {
     auto* item = new QListWidgetItem(QString::fromStdString(c.name), collections_);
     item->setData(Qt::UserRole, qlonglong(c.id));

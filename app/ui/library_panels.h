@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "engine/catalog/library_query.h"
-#include "engine/catalog/photo_meta.h"
 
 class QComboBox;
 class QLabel;
@@ -91,7 +90,7 @@ class InfoPanel : public QWidget {
   void refresh();
 
  private:
-  void showDetails(std::int64_t id, const std::vector<DetailRow>& rows);
+  void showDetails();
   void refreshKeywords();
   void refreshCollections();
 

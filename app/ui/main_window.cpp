@@ -228,7 +228,8 @@ void MainWindow::buildMenus() {
   QMenu* help = menuBar()->addMenu(tr("&Help"));
   addCommand(help, QStringLiteral("help"), tr("KUVO Lumivale Help"), QKeySequence::HelpContents,
              [this] { showHelp(this); });
-  addCommand(help, QStringLiteral("about"), tr("About KUVO Lumivale"), {}, [this] { showAbout(this); });
+  addCommand(help, QStringLiteral("about"), tr("About KUVO Lumivale"), {},
+             [this] { showAbout(this, model_); });
 }
 
 void MainWindow::refreshCommands() {

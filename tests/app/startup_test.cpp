@@ -82,4 +82,15 @@ TEST(StartupTest, MakesTheDaysBackupAndStopsAtADamagedCatalogNamingTheBackup) {
   EXPECT_EQ(err2.str().rfind("KUVO Lumivale could not open its library\n", 0), 0u) << err2.str();
   EXPECT_NE(err2.str().find("is damaged"), std::string::npos) << err2.str();
   EXPECT_NE(err2.str().find(backups[0].path.string()), std::string::npos) << err2.str();
+
+  // Restoring sets the damaged catalog aside and opens the backup.
+  try {
+    app::openLibrary(folder);
+    ADD_FAILURE() << "the damaged catalog opened";
+  } catch (const CatalogDamaged& damage) {
+    EXPECT_EQ(app::restoreLastBackup(folder, damage).library->count(), 0);
+  }
+  const auto kept = CatalogBackups::list(folder, false);
+  ASSERT_EQ(kept.size(), 2u);
+  EXPECT_NE(kept[0].kind, kept[1].kind) << "the backup and the catalog set aside";
 }

@@ -161,30 +161,89 @@ TEST_F(LibraryModelTest, ALabelAllSelectedPhotosCarryIsClearedAndAMixedOneSetOnA
   EXPECT_EQ(model->photos()[1].label, "");
 }
 
-TEST_F(LibraryModelTest, KeywordsSplitAtCommasAndSemicolonsAndCollectionsToggle) {
+TEST_F(LibraryModelTest, KeywordsSplitAtCommasAndSemicolonsAndAreCountedForThePanels) {
   importFour();
+  const auto p = model->photos();
+  model->select(p[0].id);
+  model->addKeywords("sky");
+  EXPECT_EQ(model->currentKeywords(), (std::vector<std::string>{"sky"}));
   model->selectAll();
-  model->addKeywords(" sky, Sea;; ;beach ");
+  QSignalSpy counts(model.get(), &VeskModel::keywordCountsChanged);
+  model->addKeywords(" Sky, Sea;; ;beach ");
   EXPECT_EQ(model->keywordList(), (std::vector<std::string>{"beach", "sea", "sky"}));
+  model->removeKeyword("beach");
+  // Only a count moves here, the names stay: the counts still change.
+  model->select(p[1].id);
   model->removeKeyword("sea");
-  EXPECT_EQ(model->keywordList(), (std::vector<std::string>{"beach", "sky"}));
+  EXPECT_EQ(counts.count(), 3);
+  EXPECT_EQ(model->keywordCounts(), (VeskModel::KeywordCounts{{"sea", 3}, {"sky", 4}}));
+  EXPECT_EQ(model->currentKeywords(), (std::vector<std::string>{"sky"}));
+  model->select(p[2].id);
+  EXPECT_EQ(model->currentKeywords(), (std::vector<std::string>{"sea", "sky"}));
+}
 
+TEST_F(LibraryModelTest, CollectionsToggleAddOnlyNewPhotosAndRenameWhereShown) {
+  importFour();
+  const auto p = model->photos();
+  model->select(p[0].id);
   model->createCollection("Trip", true);
   ASSERT_EQ(model->collections().size(), 1u);
-  EXPECT_EQ(model->collections()[0].count, 4);
-  const std::int64_t photo = model->photos()[0].id;
-  model->toggleCollection(model->collections()[0], photo);
-  EXPECT_EQ(model->collections()[0].count, 3);
-  model->toggleCollection(model->collections()[0], photo);
-  EXPECT_EQ(model->collections()[0].count, 4);
-
   const Collection trip = model->collections()[0];
+  EXPECT_EQ(trip.count, 1);
+  EXPECT_EQ(model->currentCollections(), (VeskModel::IDSet{trip.id}));
+  model->toggleCollection(trip, p[0].id);
+  EXPECT_TRUE(model->currentCollections().empty());
+  model->toggleCollection(trip, p[0].id);
+  EXPECT_EQ(model->collections()[0].count, 1);
+
+  model->addToCollection(trip, {p[0].id, p[1].id});
+  const QString status = model->status();
+  model->addToCollection(trip, {p[1].id, p[2].id, p[1].id});
+  EXPECT_EQ(model->collections()[0].count, 3);
+  EXPECT_EQ(model->status(), status) << "no error for the photo already there";
+
   model->showCatalog("Trip", [&](LibraryQuery& q) { q.collection = trip.id; });
+  model->renameCollection(trip, "  Holiday ");
+  model->renameCollection(trip, " ");
+  EXPECT_EQ(model->collections()[0].name, "Holiday");
+  EXPECT_EQ(model->catalogTitle(), "Holiday");
+  EXPECT_EQ(model->photos().size(), 3u);
+
   model->deleteCollection(trip);
   EXPECT_TRUE(model->collections().empty());
+  EXPECT_TRUE(model->currentCollections().empty());
   EXPECT_EQ(model->catalogTitle(), "All Photographs");
   EXPECT_EQ(model->query(), LibraryQuery());
   EXPECT_EQ(model->photos().size(), 4u);
+}
+
+TEST_F(LibraryModelTest, DetailsOfTheCurrentPhotoArriveInTheBackgroundForTheLastOneOnly) {
+  importFour();
+  const auto p = model->photos();
+  // An unreadable file gives no rows rather than no answer.
+  std::filesystem::resize_file(p[3].path, 0);
+  auto arrived = [&] { return waitFor([&] { return model->currentDetails().has_value(); }, 20000); };
+
+  model->select(p[0].id);
+  model->select(p[1].id);
+  EXPECT_FALSE(model->currentDetails());
+  ASSERT_TRUE(arrived());
+  EXPECT_EQ(*model->currentDetails(), PhotoMeta::details(p[1].path));
+  EXPECT_FALSE(model->currentDetails()->empty());
+  QTest::qWait(100);
+  EXPECT_EQ(*model->currentDetails(), PhotoMeta::details(p[1].path)) << "a late answer for photo 0 won";
+
+  // Entering Develop while the read runs moves the token; the rows still come.
+  model->select(p[2].id);
+  model->enterDevelop();
+  ASSERT_TRUE(arrived());
+  EXPECT_EQ(*model->currentDetails(), PhotoMeta::details(p[2].path));
+  settle();
+  model->setModule(Module::library);
+
+  model->select(p[3].id);
+  ASSERT_TRUE(arrived());
+  EXPECT_TRUE(model->currentDetails()->empty());
 }
 
 TEST_F(LibraryModelTest, RemovalAsksFirstAndLeavesTheFiles) {

@@ -1,4 +1,5 @@
 #include <QAction>
+#include <QApplication>
 #include <QLabel>
 #include <QStackedWidget>
 #include <QStyle>
@@ -122,6 +123,21 @@ TEST_F(WindowTest, EveryShortcutIsAlsoAMenuCommand) {
                            "syncSettings", "selectAll", "removeFromLibrary", "fullScreen", "help", "about"}) {
     EXPECT_NE(window->command(QString::fromLatin1(name)), nullptr) << name;
   }
+}
+
+TEST_F(WindowTest, TheAboutBoxShowsTheBackupMadeAfterTheWindowOpened) {
+  open();
+  const BackupResult made = CatalogBackups::create(dir / "lib");
+  window->command(QStringLiteral("about"))->trigger();
+  QLabel* shown = nullptr;
+  for (QWidget* top : QApplication::topLevelWidgets()) {
+    if (auto* label = top->findChild<QLabel*>(QStringLiteral("backupState"))) shown = label;
+  }
+  ASSERT_NE(shown, nullptr);
+  EXPECT_TRUE(shown->text().contains(QString::fromStdString(made.backup.name)))
+      << shown->text().toStdString();
+  EXPECT_TRUE(shown->text().contains(QStringLiteral("Backups kept: 1"))) << shown->text().toStdString();
+  shown->window()->close();
 }
 
 // ---- the grid --------------------------------------------------------------------------------

@@ -74,8 +74,9 @@ TEST_F(DevelopModelTest, QuickPhotoChangesNeverShowAPreviewOfAnEarlierPhoto) {
   settle();
   ASSERT_FALSE(shown.empty());
   for (const QSize& size : shown) {
-    if (size.isValid())
+    if (size.isValid()) {
       EXPECT_LT(size.width(), size.height()) << "a landscape preview after the portrait opened";
+    }
   }
   EXPECT_EQ(model->preview().size(), QSize(450, 600));
 }

@@ -16,36 +16,12 @@
 
 #include "app/model/vesk_model.h"
 #include "bench/bench_library.h"
+#include "bench/timed_application.h"
 
 namespace lumivale::bench {
 namespace {
 
-// The longest time one event took on the main thread: every queued
-// result, timer and call of the model runs inside one. On two cores the
-// wall time includes the moments the system gave the core to the render
-// and vips threads; the thread's CPU time is the model's own work.
-class TimedApplication : public QCoreApplication {
- public:
-  using QCoreApplication::QCoreApplication;
-  bool notify(QObject* receiver, QEvent* event) override {
-    if (!timing || QThread::currentThread() != thread()) return QCoreApplication::notify(receiver, event);
-    QElapsedTimer clock;
-    clock.start();
-    const double cpu = threadCPUms();
-    const bool done = QCoreApplication::notify(receiver, event);
-    longestMS = std::max(longestMS, clock.nsecsElapsed() / 1e6);
-    longestCPUms = std::max(longestCPUms, threadCPUms() - cpu);
-    return done;
-  }
-  static double threadCPUms() {
-    timespec t{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-    return t.tv_sec * 1e3 + t.tv_nsec / 1e6;
-  }
-  bool timing = false;
-  double longestMS = 0;     ///< wall time, preemption by other threads included
-  double longestCPUms = 0;  ///< the main thread's own work
-};
+using TimedApplication = bench::TimedApplication<QCoreApplication>;
 
 QCoreApplication& application() {
   static int argc = 1;

@@ -20,42 +20,14 @@
 #include "app/ui/photo_grid.h"
 #include "app/ui/theme.h"
 #include "bench/bench_library.h"
+#include "bench/timed_application.h"
 
 namespace lumivale::bench {
 namespace {
 
 constexpr int photoCount = 100'000;
 
-/// Times every event the main thread handles while `timing` is set.
-class TimedApplication : public QApplication {
- public:
-  using QApplication::QApplication;
-  bool notify(QObject* receiver, QEvent* event) override {
-    if (!timing) return QApplication::notify(receiver, event);
-    QElapsedTimer clock;
-    clock.start();
-    const double cpuBefore = threadCPUms();
-    const bool done = QApplication::notify(receiver, event);
-    const double ms = clock.nsecsElapsed() / 1e6;
-    longestCPUms = std::max(longestCPUms, threadCPUms() - cpuBefore);
-    if (ms > 16 && qEnvironmentVariableIsSet("BENCH_UI_SLOW")) {
-      std::fprintf(stderr, "slow event %d on %s: %.1f ms\n", int(event->type()),
-                   receiver->metaObject()->className(), ms);
-    }
-    longestMS = std::max(longestMS, ms);
-    return done;
-  }
-  /// CPU time of the main thread: on two busy cores the wall time also
-  /// holds the moments the core served other threads and processes.
-  static double threadCPUms() {
-    timespec t{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-    return t.tv_sec * 1e3 + t.tv_nsec / 1e6;
-  }
-  bool timing = false;
-  double longestMS = 0;
-  double longestCPUms = 0;
-};
+using TimedApplication = bench::TimedApplication<QApplication>;
 
 TimedApplication& application() {
   static TimedApplication* app = [] {

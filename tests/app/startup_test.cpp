@@ -59,7 +59,9 @@ TEST(StartupTest, OpensTheLibraryOrExplainsWhyNot) {
   options = app::parseStartup({"--library", (dir / "file" / "lib").string()}, err2);
   EXPECT_EQ(app::startUp(*options, out2, err2), 1);
   std::string text = err2.str();
-  EXPECT_EQ(text.rfind("KUVO Lumivale could not open its library\n" + (dir / "file" / "lib").string() + "\n", 0), 0u)
+  EXPECT_EQ(
+      text.rfind("KUVO Lumivale could not open its library\n" + (dir / "file" / "lib").string() + "\n", 0),
+      0u)
       << text;
 }
 

@@ -239,13 +239,22 @@ TEST_F(DevelopModelTest, MasksBrushStrokesAndGeometryEachMakeOneNamedStep) {
   EXPECT_EQ(model->preview().width(), model->preview().height());
 }
 
-TEST_F(DevelopModelTest, SkyMaskIsComputedInTheBackgroundAsOneStep) {
+TEST_F(DevelopModelTest, SmartMasksWithoutTheSubjectModelSaySoAndTheSkyStillWorks) {
+  // No segmentation model: the subject cannot be found, the sky can.
+  std::filesystem::create_directories(dir / "no-models");
+  ScopedEnv models("LUMIVALE_MODELS", (dir / "no-models").c_str());
   develop("Landscape_1.jpg");
   model->setStatus("");
+  model->addMask(MaskKind::subject);
+  ASSERT_TRUE(waitFor([&] { return !model->status().isEmpty(); }));
+  EXPECT_TRUE(model->status().startsWith("Select Subject: Subject detection is not available"))
+      << model->status().toStdString();
+  EXPECT_TRUE(model->settings().masks.empty());
+  EXPECT_EQ(stepNames(), std::vector<std::string>{});
+
   const auto sky = model->addMask(MaskKind::sky);
   ASSERT_TRUE(sky);
-  ASSERT_TRUE(waitFor([&] { return !model->settings().masks.empty() || !model->status().isEmpty(); }));
-  ASSERT_EQ(model->settings().masks.size(), 1u) << model->status().toStdString();
+  ASSERT_TRUE(waitFor([&] { return !model->settings().masks.empty(); }));
   EXPECT_TRUE(model->settings().masks[0].maskPNG.has_value());
   EXPECT_EQ(model->selectedMask(), sky);
   EXPECT_EQ(stepNames().back(), "Add Select Sky");

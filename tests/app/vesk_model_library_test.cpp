@@ -296,7 +296,7 @@ TEST_F(LibraryModelTest, TheGridListShowsRecordsAndFollowsInPlaceChanges) {
   // A thumbnail comes in the background and is then served from the cache.
   QSignalSpy ready(model.get(), &VeskModel::thumbnailReady);
   EXPECT_TRUE(list.data(row, Qt::DecorationRole).value<QImage>().isNull());
-  ASSERT_TRUE(ready.wait(20000));
+  ASSERT_TRUE(waitFor([&] { return ready.count() > 0; }));
   const QImage thumb = list.data(row, Qt::DecorationRole).value<QImage>();
   ASSERT_FALSE(thumb.isNull());
   EXPECT_EQ(std::max(thumb.width(), thumb.height()), PhotoLibrary::thumbSide);

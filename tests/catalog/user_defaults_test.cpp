@@ -7,14 +7,13 @@
 #include <thread>
 
 #include "engine/media/safe_file.h"
-#include "tests/support/environment.h"
 #include "tests/support/temp_dir.h"
 
 using namespace lumivale;
 
 namespace {
 
-using test::Environment;
+using test::ScopedEnv;
 
 class UserDefaultsTest : public ::testing::Test {
  protected:
@@ -90,19 +89,19 @@ TEST_F(UserDefaultsTest, ConcurrentChangesOfDifferentKeysAreAllKept) {
 }
 
 TEST(UserDefaultsLocation, FollowsLumivaleConfigThenXdgConfigHomeThenHome) {
-  const Environment home("HOME", "/home/someone");
+  const ScopedEnv home("HOME", "/home/someone");
   {
-    const Environment config("LUMIVALE_CONFIG", "/tmp/lumivale-test-config");
-    const Environment xdg("XDG_CONFIG_HOME", "/xdg");
+    const ScopedEnv config("LUMIVALE_CONFIG", "/tmp/lumivale-test-config");
+    const ScopedEnv xdg("XDG_CONFIG_HOME", "/xdg");
     EXPECT_EQ(UserDefaults::standard().file(), "/tmp/lumivale-test-config/Lumivale.json");
   }
-  const Environment config("LUMIVALE_CONFIG", "");
+  const ScopedEnv config("LUMIVALE_CONFIG", "");
   {
-    const Environment xdg("XDG_CONFIG_HOME", "/xdg");
+    const ScopedEnv xdg("XDG_CONFIG_HOME", "/xdg");
     EXPECT_EQ(UserDefaults::standard().file(), "/xdg/KUVO/Lumivale.json");
   }
   for (const char* ignored : {"", "relative/config"}) {
-    const Environment xdg("XDG_CONFIG_HOME", ignored);
+    const ScopedEnv xdg("XDG_CONFIG_HOME", ignored);
     EXPECT_EQ(UserDefaults::standard().file(), "/home/someone/.config/KUVO/Lumivale.json");
   }
 }

@@ -4,7 +4,7 @@
 #include "engine/catalog/user_defaults.h"
 #include "engine/media/image_decoder.h"
 #include "tests/support/cli_run.h"
-#include "tests/support/environment.h"
+#include "tests/support/temp_dir.h"
 #include "tests/support/sample_photos.h"
 
 using namespace lumivale;
@@ -15,7 +15,7 @@ namespace {
 class ExportOptionsCommandTest : public ::testing::Test {
  protected:
   test::TempDir config;
-  test::Environment environment{"LUMIVALE_CONFIG", config.path().c_str()};
+  test::ScopedEnv environment{"LUMIVALE_CONFIG", config.path().c_str()};
   ExportOptions stored() const { return ExportOptions::load(UserDefaults(config.path())); }
 };
 
@@ -111,7 +111,7 @@ namespace fs = std::filesystem;
 class ExportCommandTest : public test::CliLibraryTest {
  protected:
   test::TempDir config;
-  test::Environment environment{"LUMIVALE_CONFIG", config.path().c_str()};
+  test::ScopedEnv environment{"LUMIVALE_CONFIG", config.path().c_str()};
   fs::path out = dir / "out";
 
   void SetUp() override {
